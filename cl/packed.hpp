@@ -1,0 +1,15 @@
+// Byte values and limits of the packed O/R name text shared by the sources.
+#ifndef CL_PACKED_HPP
+#define CL_PACKED_HPP
+
+namespace cl {
+
+constexpr char kFieldSep = '\x1D';   // ends a field, next field in the group
+constexpr char kGroupEnd = '\x17';   // ends a field and closes its group
+constexpr char kMarker = '\x1F';     // an unescaped '*' typed with allowMarker
+constexpr int kFieldCount = 161;     // fields 0 to 160
+constexpr int kGroupSize = 32;
+constexpr int kLastField = 160;
+
+}  // namespace cl
+#endif

@@ -1,0 +1,44 @@
+/* nm_: the O/R name in its packed text form: fields in field-number order,
+ * 0x1D between fields, 0x17 closing a group of 32, NUL at the end. */
+#ifndef NM_H
+#define NM_H
+#include <stdint.h>
+#include "qx.h"
+QX_BEGIN
+
+#define NM_FIELDS 161
+typedef struct nm_ParsedORN {
+    int length;                 /* bytes of the text */
+    int start[NM_FIELDS];       /* offset of each field; -1 when the text does not reach it */
+    int len[NM_FIELDS];         /* its length in bytes */
+} nm_ParsedORN;
+
+/* Parses the packed text; a text that places a field beyond 160 raises
+ * 100/1701. *status is set to 0. */
+QX_API void nm_ParseORN(const char *orn, nm_ParsedORN *parsed, int *status);
+/* Six words: bit k of word w is set when field 32w + k is non-empty. */
+QX_API void nm_GetFieldMaps(const nm_ParsedORN *parsed, uint32_t maps[6]);
+QX_API int  nm_CheckBit(int field, const uint32_t maps[6]);
+/* Pointer to the field's bytes inside orn (not terminated), length in *len;
+ * null and 0 for an absent or empty field. */
+QX_API const char *nm_GetFieldMemPtr(const char *orn, const nm_ParsedORN *parsed, int field, int *len);
+/* Copies the field into buf (at most size - 1 bytes, terminated) and
+ * returns buf; null when the field is absent or empty. */
+QX_API char *nm_GetFieldStr(const char *orn, const nm_ParsedORN *parsed, int field, char *buf, int size);
+/* Replace a field in place, adding separators when the text does not reach
+ * it yet; len 0 empties it. The parsed form is kept in step. The caller
+ * guarantees room for the grown text. */
+QX_API void nm_PutFieldMem(char *orn, nm_ParsedORN *parsed, int field, const char *value, int len);
+QX_API void nm_PutFieldStr(char *orn, nm_ParsedORN *parsed, int field, const char *value);
+/* Makes orn the empty name (no fields). */
+QX_API void nm_InitORN(char *orn, nm_ParsedORN *parsed);
+/* Appends separators to tf so that text appended next begins field. */
+QX_API void nm_AddSeparators(char *tf, int field);
+/* Non-zero when value is acceptable for field: its X.400 upper bound and
+ * character set (see docs/decisions.md). */
+QX_API int  nm_CheckField(const char *value, int field);
+/* 1 for fields 64 to 127 (character-set text), 0 for every other field. */
+QX_API int  nm_IsT61Field(int field);
+
+QX_END
+#endif
