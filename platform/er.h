@@ -11,7 +11,8 @@
  *
  * Environment: QX_TRACE_LEVEL sets er_SubSystemLoggingLevel at load;
  * QX_TRACE_FILE names a file that receives one line per trace record
- * (silent when unset). The event log is <home>/log/events. */
+ * (silent when unset). The event log is <home>/log/events.
+ * sigjmp_buf is POSIX: strict C99 callers define _POSIX_C_SOURCE. */
 #ifndef ER_H
 #define ER_H
 #include <setjmp.h>
