@@ -1,0 +1,393 @@
+// Typed personal names, mail nodes and local addresses into packed fields.
+//
+// One scan serves all three grammars: the personal name alone
+// (cl_ParseORN), a personal name optionally followed by '/' and a mail node
+// (cl_ParseNameLoclAddr2), and a mail node typed by itself (cl_ParseLoclAddr).
+// They differ only in a few rules (Rules below). The typed text is tidied by
+// RemoveRedundantSpaces first and its substitute characters are replaced in
+// place as the scan passes them; the result buffer is written only once the
+// whole text has been accepted, so a refused name leaves it untouched.
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "cl.h"
+#include "frame.hpp"
+#include "packed.hpp"
+
+namespace cl {
+namespace {
+
+constexpr const char kSourceFile[] = "cl/cl_parse";
+constexpr int kGroup = 100;
+
+enum Reason : int {
+    kTooManyUnits = 8003,
+    kUnitTooLong = 8004,
+    kSpaceOrSlashInNode = 8005,
+    kSurnameTooLong = 8006,
+    kGivenNameTooLong = 8007,
+    kGenerationTooLong = 8008,
+    kInitialsTooLong = 8009,
+    kPeriodInNode = 8010,
+    kCommaInName = 8011,
+    kSecondSurname = 8012,
+    kIllegalCharacter = 8013,
+    kNoSurname = 8014,
+    kNoMailNode = 8016,
+    kEmptyUnit = 8082,
+};
+
+// Upper bounds of the X.400 personal-name attributes and of a unit.
+constexpr int kSurnameMax = 40;
+constexpr int kGivenNameMax = 16;
+constexpr int kInitialsMax = 5;
+constexpr int kGenerationMax = 3;
+constexpr int kUnitMax = 32;
+constexpr int kUnits = 4;
+
+// The 200-byte work area of one call: each slot holds its field's upper
+// bound plus the terminator, and every store is checked against it first.
+struct WorkArea {
+    char surname[kSurnameMax + 1];
+    char given[kGivenNameMax + 1];
+    char initials[kInitialsMax + 1];
+    char generation[kGenerationMax + 1];
+    char units[kUnits][kUnitMax + 1];
+};
+static_assert(sizeof(WorkArea) == 200);
+
+// Largest results: the personal name with its four separators (69 bytes);
+// personal name and four units joined by seven separators (200 bytes).
+constexpr int kNameFields = 4;
+constexpr int kAllFields = 8;
+
+// Personal-name fields seen during a scan (set even when what was stored is empty).
+enum Seen : unsigned { kSurnameSeen = 1, kGivenSeen = 2, kInitialsSeen = 4, kGenerationSeen = 8 };
+
+// Character set: PrintableString with the space, plus the marker byte.
+constexpr std::string_view kPrintable =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789'()+,-./:=? ";
+
+constexpr std::array<bool, 256> make_legal() {
+    std::array<bool, 256> legal{};
+    for (char c : kPrintable) legal[static_cast<unsigned char>(c)] = true;
+    legal[static_cast<unsigned char>(kMarker)] = true;
+    return legal;
+}
+constexpr std::array<bool, 256> kLegal = make_legal();
+
+int IllegalCharacter(char c) {
+    Trace t(kTrace19, "IllegalCharacter");
+    return t.exit(kLegal[static_cast<unsigned char>(c)] ? 0 : 1);
+}
+
+// The real character a typed substitute stands for, or 0.
+constexpr char real_of(char c) {
+    switch (c) {
+        case '_': return ' ';
+        case '!': return '.';
+        case '|': return '/';
+        case ';': return ',';
+        case '{': return '(';
+        case '}': return ')';
+        default: return '\0';
+    }
+}
+
+// Removes leading and trailing spaces, runs of spaces, spaces around ',' and
+// '/', and spaces before and after '.'. The text before the current position
+// is final, so the deletions are simulated in one pass: `cur` is the
+// character at the position, `next` the index of the one after it.
+void RemoveRedundantSpaces(char *text, int *length) {
+    Trace t(kTrace19, "RemoveRedundantSpaces");
+    const int n = *length;
+    int read = 0;
+    while (read < n && text[read] == ' ') ++read;
+    int write = 0;
+    if (read < n) {
+        char cur = text[read];
+        int next = read + 1;
+        while (cur != '\0') {
+            const char after = next < n ? text[next] : '\0';
+            bool drop_cur = (cur == ' ' && (after == ' ' || after == ',' || after == '/' || after == '\0' || after == '.'));
+            bool drop_after = !drop_cur && after == ' ' && (cur == ',' || cur == '.' || cur == '/');
+            if (drop_cur) {
+                cur = after;
+                if (next < n) ++next;
+            } else if (drop_after) {
+                ++next;
+            } else {
+                text[write++] = cur;
+                cur = next < n ? text[next++] : '\0';
+            }
+        }
+    }
+    text[write] = '\0';
+    *length = write;
+    t.exit();
+}
+
+// How the three grammars differ.
+struct Rules {
+    bool node_allowed;     // '/' opens the mail node; otherwise it is illegal
+    bool marker_allowed;   // byte 0x1F belongs to the word; otherwise illegal
+    bool empty_unit_rule;  // reason 8082 for a non-empty unit after an empty one
+    int first_unit;        // -1: the text starts with a personal name
+};
+
+// A fixed field of the work area with its bound.
+struct Slot {
+    char *data;
+    int max;
+};
+
+class Scan {
+public:
+    Scan(char *text, Rules rules) : text_(text), rules_(rules), unit_(rules.first_unit) {}
+
+    // Scans up to and including the terminator; escapes at the first fault.
+    void run() {
+        for (int pos = 0;; ++pos) {
+            const char c = text_[pos];
+            switch (c) {
+                case '\0': end_event(pos); return;
+                case ' ': space(pos); break;
+                case '.': period(pos); break;
+                case '/': slash(pos); break;
+                case ',': comma(pos); break;
+                case kMarker:
+                    if (!rules_.marker_allowed) CL_RAISE(kGroup, kIllegalCharacter);
+                    break;
+                default:
+                    if (const char real = real_of(c)) {
+                        text_[pos] = real;  // part of the word, never a separator
+                    } else if (IllegalCharacter(c)) {
+                        CL_RAISE(kGroup, kIllegalCharacter);
+                    }
+            }
+        }
+    }
+
+    // After a scan that may have read a mail node: an empty first unit makes
+    // the mail node absent, unless a second unit follows it.
+    void settle_mail_node() {
+        if (unit_ < 0 || work_.units[0][0] != '\0') return;
+        if (work_.units[1][0] != '\0') CL_RAISE(kGroup, kEmptyUnit);
+        unit_ = -1;
+    }
+
+    bool has_mail_node() const { return unit_ >= 0; }
+    const WorkArea &work() const { return work_; }
+
+    // The fields in result order: surname, given name, initials, generation
+    // qualifier, units 1 to 4.
+    void fields(const char *(&out)[kAllFields]) const {
+        out[0] = work_.surname;
+        out[1] = work_.given;
+        out[2] = work_.initials;
+        out[3] = work_.generation;
+        for (int u = 0; u < kUnits; ++u) out[4 + u] = work_.units[u];
+    }
+
+private:
+    std::string_view word(int pos) const { return {text_ + start_, static_cast<std::size_t>(pos - start_)}; }
+    int length(int pos) const { return pos - start_; }
+    bool seen(unsigned flag) const { return (seen_ & flag) != 0; }
+
+    static void store(Slot slot, std::string_view w, int reason) {
+        if (static_cast<int>(w.size()) > slot.max) CL_RAISE(kGroup, reason);
+        std::memcpy(slot.data, w.data(), w.size());
+        slot.data[w.size()] = '\0';
+    }
+    static void append(Slot slot, std::string_view w, int reason) {
+        const auto have = std::strlen(slot.data);
+        if (static_cast<int>(have + w.size()) > slot.max) CL_RAISE(kGroup, reason);
+        std::memcpy(slot.data + have, w.data(), w.size());
+        slot.data[have + w.size()] = '\0';
+    }
+    Slot surname() { return {work_.surname, kSurnameMax}; }
+    Slot given() { return {work_.given, kGivenNameMax}; }
+    Slot initials() { return {work_.initials, kInitialsMax}; }
+    Slot generation() { return {work_.generation, kGenerationMax}; }
+    Slot unit(int u) { return {work_.units[u], kUnitMax}; }
+
+    void store_surname(int pos) {
+        store(surname(), word(pos), kSurnameTooLong);
+        seen_ |= kSurnameSeen;
+    }
+
+    // A word ended by '.': a piece of the initials, or of the generation
+    // qualifier once the surname is known.
+    void period(int pos) {
+        if (unit_ >= 0) CL_RAISE(kGroup, kPeriodInNode);
+        if (seen(kSurnameSeen)) {
+            append(generation(), word(pos), kGenerationTooLong);
+            seen_ |= kGenerationSeen;
+        } else {
+            append(initials(), word(pos), kInitialsTooLong);
+            seen_ |= kInitialsSeen;
+        }
+        start_ = pos + 1;
+    }
+
+    // A word ended by a space: the surname after a given name or initials;
+    // otherwise the surname when only one period-ended word follows it (the
+    // generation qualifier), else the given name. The look-ahead reads the
+    // text as typed, up to the end or a '/'.
+    void space(int pos) {
+        if (unit_ >= 0) CL_RAISE(kGroup, kSpaceOrSlashInNode);
+        if (seen(kGivenSeen) || seen(kInitialsSeen)) {
+            if (seen(kSurnameSeen)) CL_RAISE(kGroup, kSecondSurname);
+            store_surname(pos);
+        } else {
+            bool more_words = false;
+            bool ends_in_period = false;
+            for (int q = pos + 1; text_[q] != '\0' && text_[q] != '/'; ++q) {
+                if (text_[q] == ' ') {
+                    more_words = true;
+                    break;
+                }
+                if (text_[q] == '.' && (text_[q + 1] == '\0' || text_[q + 1] == '/')) {
+                    ends_in_period = true;
+                    break;
+                }
+            }
+            if (!more_words && ends_in_period) {
+                store_surname(pos);
+            } else {
+                store(given(), word(pos), kGivenNameTooLong);
+                seen_ |= kGivenSeen;
+            }
+        }
+        start_ = pos + 1;
+    }
+
+    // The word that ends the personal name (at the end of the text or at
+    // the '/' before the mail node) is the surname, unless a generation
+    // qualifier already closed the name.
+    void close_personal_name(int pos) {
+        if (seen(kGenerationSeen)) return;  // whatever the word holds is dropped
+        if (seen(kSurnameSeen)) CL_RAISE(kGroup, kSecondSurname);
+        store_surname(pos);
+    }
+
+    void slash(int pos) {
+        if (!rules_.node_allowed) CL_RAISE(kGroup, kIllegalCharacter);
+        if (unit_ >= 0) CL_RAISE(kGroup, kSpaceOrSlashInNode);
+        close_personal_name(pos);
+        unit_ = 0;
+        start_ = pos + 1;
+    }
+
+    void comma(int pos) {
+        if (unit_ < 0) CL_RAISE(kGroup, kCommaInName);
+        if (unit_ >= kUnits) CL_RAISE(kGroup, kTooManyUnits);
+        if (length(pos) > kUnitMax) CL_RAISE(kGroup, kUnitTooLong);
+        if (rules_.empty_unit_rule && unit_ >= 1 && length(pos) > 0 && work_.units[unit_ - 1][0] == '\0')
+            CL_RAISE(kGroup, kEmptyUnit);
+        store(unit(unit_), word(pos), kUnitTooLong);
+        ++unit_;
+        start_ = pos + 1;
+    }
+
+    void end_event(int pos) {
+        if (unit_ >= kUnits) CL_RAISE(kGroup, kTooManyUnits);
+        if (unit_ < 0)
+            close_personal_name(pos);
+        else
+            store(unit(unit_), word(pos), kUnitTooLong);
+    }
+
+    char *text_;
+    Rules rules_;
+    int unit_;  // unit being read, 0 to 3; -1 in the personal name
+    int start_ = 0;
+    unsigned seen_ = 0;
+    WorkArea work_{};
+};
+static_assert(std::is_trivially_destructible_v<Scan>);
+
+// Writes count fields joined by the field separator, with one after the
+// last when `closed`, and the terminator.
+void join(char *result, const char *const *fields, int count, bool closed) {
+    char *out = result;
+    for (int i = 0; i < count; ++i) {
+        if (i > 0) *out++ = kFieldSep;
+        const auto n = std::strlen(fields[i]);
+        std::memcpy(out, fields[i], n);
+        out += n;
+    }
+    if (closed) *out++ = kFieldSep;
+    *out = '\0';
+}
+
+// Pre-pass and scan of a writable typed text.
+void tidy_and_scan(char *text, Scan &scan) {
+    int length = static_cast<int>(std::strlen(text));
+    RemoveRedundantSpaces(text, &length);
+    scan.run();
+}
+
+void parse_orn(char *name, char *result, int surname_required) {
+    Scan scan(name, Rules{false, true, false, -1});
+    tidy_and_scan(name, scan);
+    if (surname_required && scan.work().surname[0] == '\0') CL_RAISE(kGroup, kNoSurname);
+    const char *fields[kAllFields];
+    scan.fields(fields);
+    join(result, fields, kNameFields, true);
+}
+
+int parse_name_and_node(char *text, char *result, int allow_marker) {
+    Scan scan(text, Rules{true, allow_marker != 0, true, -1});
+    tidy_and_scan(text, scan);
+    scan.settle_mail_node();
+    const char *fields[kAllFields];
+    scan.fields(fields);
+    join(result, fields, kAllFields, false);
+    return scan.has_mail_node() ? 1 : 0;
+}
+
+void parse_local_address(char *text, char *result) {
+    Scan scan(text, Rules{true, true, false, 0});
+    tidy_and_scan(text, scan);
+    if (scan.work().units[0][0] == '\0') CL_RAISE(kGroup, kNoMailNode);
+    const char *fields[kAllFields];
+    scan.fields(fields);
+    join(result, fields, kAllFields, false);  // the personal-name fields are empty
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+void cl_ParseORN(char *name, char *result, int surnameRequired) {
+    cl::Trace t(cl::kTrace19, "cl_ParseORN");
+    cl::parse_orn(name, result, surnameRequired);
+    t.exit();
+}
+
+void cl_ParseName(char *name, char *result) {
+    cl::Trace t(cl::kTrace19, "cl_ParseName");
+    cl_ParseORN(name, result, 1);
+    t.exit();
+}
+
+int cl_ParseNameLoclAddr2(char *text, char *result, int allowMarker) {
+    cl::Trace t(cl::kTrace19, "cl_ParseNameLoclAddr2");
+    return t.exit(cl::parse_name_and_node(text, result, allowMarker));
+}
+
+int cl_ParseNameLoclAddr(char *text, char *result) {
+    cl::Trace t(cl::kTrace19, "cl_ParseNameLoclAddr");
+    return t.exit(cl_ParseNameLoclAddr2(text, result, 0));
+}
+
+void cl_ParseLoclAddr(char *text, char *result) {
+    cl::Trace t(cl::kTrace19, "cl_ParseLoclAddr");
+    cl::parse_local_address(text, result);
+    t.exit();
+}
+
+}  // extern "C"
