@@ -1,0 +1,269 @@
+// Full typed O/R names: the name and mail node, positional standard
+// attributes after them, and up to four bracketed extension attributes.
+//
+// The standard attributes fill fields 8 to 14 in order; extension attribute
+// k fills fields 13 + 2k (type) and 14 + 2k (value). A failing attribute is
+// located by the error index, which the full-name parser turns into a
+// reason of the attribute's own field.
+#include <cctype>
+#include <cstring>
+#include <string_view>
+
+#include "cl.h"
+#include "frame.hpp"
+#include "gen.h"
+#include "mdc.h"
+#include "nm.h"
+#include "packed.hpp"
+
+namespace cl {
+namespace {
+
+constexpr const char kSourceFile[] = "cl/cl_ExtPars";
+constexpr int kGroup = 100;
+
+enum Reason : int {
+    kNamePartTooLong = 9801,
+    kValueTooLong = 9803,
+    kValueRefused = 9804,
+    kBadAttributeStart = 9805,
+    kTooManyExtensions = 9806,
+    kSecondBar = 9832,
+    kTypeTooLong = 9833,
+    kUnclosedExtension = 9834,
+    kExtensionValueTooLong = 9835,
+};
+
+constexpr int kNamePartMax = 4095;    // private copy of the name part
+constexpr int kStandardValueMax = 64;
+constexpr int kFirstStandardField = 8;
+constexpr int kFirstExtensionField = 15;
+constexpr int kExtensionsMax = 4;
+constexpr int kTypeMax = 8;
+constexpr int kExtensionValueMax = 128;
+
+// Types given to extension attributes with a value but no type, by position.
+constexpr const char *kDefaultTypes[kExtensionsMax] = {"KVNEXT1", "KVNEXT2", "KVNEXT3", "KVNEXT4"};
+
+// Reasons of a bad standard value, by the field it was meant for.
+struct FieldReason {
+    int field;
+    int reason;
+};
+constexpr FieldReason kFieldReasons[] = {
+    {8, 9811}, {9, 9812}, {10, 9816}, {11, 9813}, {12, 9817}, {13, 9814}, {14, 9818},
+};
+constexpr int kOtherFieldReason = 9815;
+
+constexpr int reason_for_field(int field) {
+    for (const auto &fr : kFieldReasons)
+        if (fr.field == field) return fr.reason;
+    return kOtherFieldReason;
+}
+
+constexpr bool is_located_in_value(int reason) { return reason == kValueTooLong || reason == kValueRefused; }
+constexpr bool is_located_in_extension(int reason) { return reason >= kSecondBar && reason <= kExtensionValueTooLong; }
+
+bool white(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+template <class C>
+C *skip_white(C *p) {
+    while (*p && white(*p)) ++p;
+    return p;
+}
+
+const char *end_of(const char *text) { return text + std::strlen(text); }
+
+// Appends to the packed text, whose caller guarantees the room.
+void append(char *tf, std::string_view s) {
+    char *end = tf + std::strlen(tf);
+    std::memcpy(end, s.data(), s.size());
+    end[s.size()] = '\0';
+}
+void append_sep(char *tf) { append(tf, std::string_view(&kFieldSep, 1)); }
+
+// Checks a standard value for its field. A marker at its end (an unescaped
+// '*' typed with allowMarker) is not part of what is checked.
+bool value_acceptable(char *value, int field, bool allow_marker) {
+    std::size_t n = std::strlen(value);
+    if (allow_marker && value[n - 1] == kMarker) {
+        if (n == 1) return true;
+        value[n - 1] = '\0';
+        const bool ok = nm_CheckField(value, field) != 0;
+        value[n - 1] = kMarker;
+        return ok;
+    }
+    return nm_CheckField(value, field) != 0;
+}
+
+// Standard values: '/' value, each into the next field from 8 on. Returns
+// the cursor: on a '(' when extension attributes follow, at the end else.
+const char *parse_standard(char *tf, const char *cursor, volatile int &field, bool allow_marker) {
+    while (*cursor == '/') {
+        ++cursor;
+        const char *end = mdc_strpbrk(cursor, "/(");
+        if (!end) end = end_of(cursor);
+        cursor = skip_white(cursor);
+        const auto n = static_cast<std::size_t>(end - cursor);
+        if (n > static_cast<std::size_t>(kStandardValueMax)) CL_RAISE(kGroup, kValueTooLong);
+        char value[kStandardValueMax + 1];  // checked just above
+        std::memcpy(value, cursor, n);
+        std::size_t len = n;
+        while (len > 0 && white(value[len - 1])) --len;
+        value[len] = '\0';
+        cl_ConvertSpecialChar(value);
+        if (len > 0 && !value_acceptable(value, field, allow_marker)) CL_RAISE(kGroup, kValueRefused);
+        append(tf, value);
+        append_sep(tf);
+        field = field + 1;
+        cursor = end;
+    }
+    if (*cursor != '\0' && *cursor != '(') CL_RAISE(kGroup, kBadAttributeStart);
+    return cursor;
+}
+
+// One extension attribute, the cursor on its '('. Returns the position after
+// its ')'.
+const char *parse_extension(char *tf, const char *cursor, int number) {
+    const char *stop = mdc_strpbrk(cursor + 1, "|)");
+    if (!stop) CL_RAISE(kGroup, kUnclosedExtension);
+    cursor = skip_white(cursor + 1);
+    const char *default_type = kDefaultTypes[number - 1];
+    if (*stop == ')') {
+        if (cursor != stop) append(tf, default_type);
+    } else {
+        const auto stretch = static_cast<int>(stop - cursor);
+        if (gen_StrippedStrLen(cursor, stretch) > 0) {
+            if (stretch > kTypeMax) CL_RAISE(kGroup, kTypeTooLong);
+            append(tf, std::string_view(cursor, static_cast<std::size_t>(stretch)));
+            cursor = skip_white(stop + 1);
+        } else {
+            cursor = skip_white(stop + 1);
+            if (*cursor != ')' && *cursor != '|') append(tf, default_type);
+        }
+        stop = mdc_strpbrk(cursor, "|)");
+        if (!stop) CL_RAISE(kGroup, kUnclosedExtension);
+        if (*stop == '|') CL_RAISE(kGroup, kSecondBar);
+    }
+    append_sep(tf);
+    const auto n = static_cast<std::size_t>(stop - cursor);
+    if (n > static_cast<std::size_t>(kExtensionValueMax)) CL_RAISE(kGroup, kExtensionValueTooLong);
+    append(tf, std::string_view(cursor, n));
+    append_sep(tf);
+    return stop + 1;
+}
+
+// Both phases. `field` and `number` locate the attribute being read when an
+// escape leaves; they live in the caller's frame and are volatile.
+void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile int &number, bool allow_marker) {
+    nm_AddSeparators(tf, kFirstStandardField);
+    const char *cursor = parse_standard(tf, attrs, field, allow_marker);
+    if (*cursor != '(') return;
+    // Empty standard values beyond field 14 would push the extension
+    // attributes out of their fields: refused as a standard value too many.
+    if (field > kFirstExtensionField) {
+        field = field - 1;
+        CL_RAISE(kGroup, kValueRefused);
+    }
+    nm_AddSeparators(tf, kFirstExtensionField);
+    for (int count = 0;; ++count) {
+        if (count == kExtensionsMax) CL_RAISE(kGroup, kTooManyExtensions);
+        number = count + 1;
+        cursor = skip_white(parse_extension(tf, cursor, number));
+        if (*cursor == '\0') return;
+        cursor = std::strchr(cursor, '(');  // text between ')' and '(' is ignored
+        if (!cursor) return;
+    }
+}
+
+void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker) {
+    Trace t(kTrace17, "cl_ParseExternalAttribs2");
+    *err_index = 0;
+    volatile int field = kFirstStandardField;
+    volatile int number = 0;
+    protect(
+        CL_HERE, [&] { parse_attributes(tf, attrs, field, number, allow_marker != 0); },
+        [&] {
+            if (er_GetGroup() != kGroup) return;
+            if (is_located_in_value(er_GetReason()))
+                *err_index = field;
+            else if (is_located_in_extension(er_GetReason()))
+                *err_index = number;
+        });
+    t.exit();
+}
+
+// Copies the name part text[0..n) into part (kNamePartMax + 1 bytes).
+void copy_name_part(char *part, const char *text, std::size_t n) {
+    if (n > static_cast<std::size_t>(kNamePartMax)) CL_RAISE(kGroup, kNamePartTooLong);
+    std::memcpy(part, text, n);
+    part[n] = '\0';
+}
+
+int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
+    result[0] = '\0';
+    char part[kNamePartMax + 1];  // bounded by copy_name_part
+    char *const slash = std::strchr(text, '/');
+    if (!slash) {
+        copy_name_part(part, text, std::strlen(text));
+        cl_ParseNameLoclAddr2(part, result, allow_marker);
+        return 0;
+    }
+    char *const rest = skip_white(slash + 1);
+    const int more = *rest != '\0' ? 1 : 0;
+    char *const attr_start = mdc_strpbrk(rest, "/(");
+    char *attrs = nullptr;
+    if (*rest == '/') {  // empty mail node: 'Smith//val8'
+        copy_name_part(part, text, static_cast<std::size_t>(slash - text));
+        cl_ParseNameLoclAddr2(part, result, allow_marker);
+        attrs = rest;
+    } else if (!attr_start) {  // name and mail node only: parsed in place
+        cl_ParseNameLoclAddr2(text, result, allow_marker);
+    } else {
+        copy_name_part(part, text, static_cast<std::size_t>(attr_start - text));
+        cl_ParseNameLoclAddr2(part, result, allow_marker);
+        attrs = attr_start;
+    }
+    if (attrs) {
+        volatile int index = 0;
+        protect(
+            CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker); },
+            [&] {
+                if (er_GetGroup() != kGroup) return;
+                const int reason = er_GetReason();
+                if (is_located_in_value(reason)) {
+                    er_Clear();
+                    CL_RAISE(kGroup, reason_for_field(index));
+                }
+                if (is_located_in_extension(reason)) *err_index = index;
+            });
+    }
+    return more;
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+int cl_ParseFullOrn2(char *text, char *result, int *errIndex, int allowMarker) {
+    cl::Trace t(cl::kTrace19, "cl_ParseFullOrn2");
+    return t.exit(cl::parse_full_orn(text, result, errIndex, allowMarker));
+}
+
+int cl_ParseFullOrn(char *text, char *result, int *errIndex) {
+    cl::Trace t(cl::kTrace19, "cl_ParseFullOrn");
+    return t.exit(cl_ParseFullOrn2(text, result, errIndex, 0));
+}
+
+void cl_ParseExternalAttribs2(char *tf, char *attrs, int *errIndex, int allowMarker) {
+    cl::parse_external_attribs(tf, attrs, errIndex, allowMarker);
+}
+
+void cl_ParseExternalAttribs(char *tf, char *attrs, int *errIndex) {
+    cl::Trace t(cl::kTrace17, "cl_ParseExternalAttribs");
+    cl_ParseExternalAttribs2(tf, attrs, errIndex, 0);
+    t.exit();
+}
+
+}  // extern "C"
