@@ -1,11 +1,21 @@
-// Packed O/R name text and the 161-slot field array; substitute characters.
+// Packed O/R name text and the 161-slot field array; substitute characters;
+// command-line text, field arrays and attribute lists into packed text.
 #include <array>
+#include <cstdio>
 #include <cstring>
 
+#include "ccs.h"
 #include "cl.h"
+#include "da.h"
+#include "dr.h"
+#include "enc.h"
 #include "frame.hpp"
+#include "fstr.h"
+#include "mdc.h"
+#include "nm.h"
 #include "os.h"
 #include "packed.hpp"
+#include "t61.h"
 
 namespace cl {
 namespace {
@@ -110,5 +120,408 @@ void cl_ConvertSpecialChar(char *s) {
     cl::map_bytes(s, cl::kFromSubstitute);
     t.exit();
 }
+
+}  // extern "C"
+
+// Command-line conversion: a positional name followed by attribute=value
+// pairs, through the T.61 transformation, into packed text or an array.
+
+namespace cl {
+namespace {
+
+// Bytes of the transformed text.
+constexpr char kSegmentEnd = '\x1E';          // an unescaped '/'
+constexpr char kNameValue = '\x1D';           // an unescaped '='
+constexpr char kRepeatedDelimiter = '\x05';   // ',' when positional, 0x1D in attributes
+constexpr char kEscape = '\\';
+
+constexpr int kIAField = 130;
+constexpr int kPSAPField = 35;
+constexpr int kPostalField = 46;
+constexpr int kCVField = 160;
+
+// An escaped delimiter of the first segment becomes its substitute.
+constexpr char kEscapable[] = " ./,()=";
+constexpr char kEscapeSubstitute[] = "_!|;{}#";
+static_assert(sizeof kEscapable == sizeof kEscapeSubstitute);
+
+// The special characters handed to the transformation, with their
+// replacement strings in the same order.
+struct SpecialSet {
+    const char *chars;
+    const char *const *replacements;
+};
+constexpr const char *kWithMarker[] = {"\x1E", "\x1D", "\x1F", "\x1A[", "\x1A]", "\x18"};
+constexpr const char *kWithoutMarker[] = {"\x1E", "\x1D", "\x1A[", "\x1A]", "\x18"};
+constexpr SpecialSet kSpecialsWithMarker{"/=*[]%", kWithMarker};
+constexpr SpecialSet kSpecialsWithoutMarker{"/=[]%", kWithoutMarker};
+
+// Working storage bounds. The positional text holds 4095 characters (a
+// longer one is refused with 100/9801, like the name part of a full name);
+// the internal set name 14. The positional packed text needs at most the
+// prefix, the text and three padding separators (mail-node form: 4103
+// bytes); the full-name parser's own limits keep its text far below that.
+constexpr std::size_t kPositionalMax = 4095;
+constexpr std::size_t kPackedSize = 8192;
+constexpr std::size_t kCharsetNameSize = 15;
+
+void substitute_escaped_delimiters(char *text) {
+    for (char *p = text; *p && *p != '/' && *p != '='; ++p) {
+        if (*p != kEscape) continue;
+        if (!p[1]) return;
+        if (const char *k = std::strchr(kEscapable, p[1])) p[1] = kEscapeSubstitute[k - kEscapable];
+        ++p;
+    }
+}
+
+// The transformed text, or an escape: 30002 for an empty text, 30003 for
+// one that cannot be read in the caller's set.
+char *transform(const char *text, int allowMarker, ccs_Descriptor *charset) {
+    const char *internal = ccs_GetInternalCharset(ccs_GetCSName(charset), 2);
+    char *t = nullptr;
+    if (internal && std::strlen(internal) < kCharsetNameSize) {
+        char name[kCharsetNameSize];
+        std::strcpy(name, internal);
+        const SpecialSet &sp = allowMarker ? kSpecialsWithMarker : kSpecialsWithoutMarker;
+        int len = 0;
+        t = t61_TransformTInputStr2(text, -1, name, sp.chars, sp.replacements, "/=", kEscape, 1, &len);
+    }
+    if (!t) CL_RAISE(100, text[0] ? 30003 : 30002);
+    return t;
+}
+
+// Collects the positional part of t into pos ('/' between segments) and
+// returns where the attribute part starts: at the segment holding the first
+// '=', or at the end.
+std::size_t split_positional(const char *t, char (&pos)[kPositionalMax + 1]) {
+    std::size_t n = 0;
+    std::size_t segmentStart = 0;  // in pos
+    std::size_t segmentBegin = 0;  // in t
+    std::size_t i = 0;
+    for (; t[i] && t[i] != kNameValue; ++i) {
+        char c = t[i] == kSegmentEnd ? '/' : t[i] == kRepeatedDelimiter ? ',' : t[i];
+        if (n < kPositionalMax) pos[n] = c;
+        ++n;
+        if (t[i] == kSegmentEnd) {
+            segmentStart = n;
+            segmentBegin = i + 1;
+        }
+    }
+    if (t[i] == kNameValue) {  // that segment is an attribute name
+        n = segmentStart;
+        i = segmentBegin;
+    }
+    if (n > kPositionalMax) CL_RAISE(100, 9801);
+    pos[n] = '\0';
+    return i;
+}
+
+void parse_positional(char *pos, char *packed, int allowMarker, int mailNodeForm) {
+    if (mailNodeForm) {
+        std::size_t n = std::strlen(pos);
+        while (n > 0 && pos[n - 1] == '/') pos[--n] = '\0';
+        cl_PositionalMnToORN(packed, pos);
+    } else {
+        int errIndex = 0;  // the failing extension attribute: not needed here
+        cl_ParseFullOrn2(pos, packed, &errIndex, allowMarker);
+    }
+}
+
+bool control_allowed(int field, unsigned char b, int allowMarker) {
+    return (b == static_cast<unsigned char>(kNameValue) && field == kIAField) ||
+           (b == static_cast<unsigned char>(kMarker) && allowMarker);
+}
+
+// A value bound for an ordinary field holds no control byte.
+void check_controls(int field, const char *value, int len, int allowMarker) {
+    for (int k = 0; k < len; ++k) {
+        auto b = static_cast<unsigned char>(value[k]);
+        if (b >= 0x01 && b <= 0x1F && !control_allowed(field, b, allowMarker)) CL_RAISE(100, 4636);
+    }
+}
+
+// The packed form of an attribute value, as a new string.
+char *stored_value(int field, char *value, int len) {
+    if (nm_IsT61Field(field)) return os_strdup(value);
+    switch (field) {
+    case kIAField:
+        return os_strdup(da_IAConvAttToTF(value, -1, 0));
+    case kCVField: {
+        const char *simple = value;
+        int n = len;
+        da_AdjustCVToSimple(&simple, &n);
+        value[simple - value + n] = '\0';
+        return os_strdup(simple);
+    }
+    case kPSAPField: {
+        int n = 0;
+        return os_strdup(da_PSAPConvAttToTF(value, len, &n));
+    }
+    default:
+        return os_strdup(value);
+    }
+}
+
+void store_attribute(char **array, int field, char *value, int len, int allowMarker) {
+    if (field < 0 || field > kLastField) CL_RAISE(100, 4634);
+    if (array[field]) CL_RAISE(100, 4635);
+    bool exempt = field == kCVField || field == kPSAPField || field == kPostalField || nm_IsT61Field(field);
+    if (!exempt) check_controls(field, value, len, allowMarker);
+    array[field] = stored_value(field, value, len);
+}
+
+// The array of the positional fields, filled from the attribute part (which
+// is rewritten). On an escape the entry copy and the array are released
+// before the escape goes on.
+char **fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping, int allowMarker) {
+    char **volatile array = nullptr;
+    char *volatile entry = nullptr;
+    pass_on_block(
+        CL_HERE,
+        [&] {
+            char **fresh = nullptr;
+            cl_UnPackToLargeArray(positionalTF, &fresh);
+            array = fresh;
+            for (char *p = attrs; *p; ++p)
+                if (*p == kRepeatedDelimiter) *p = kNameValue;
+            entry = os_strdup(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
+            dr_ValidateEntry(entry, 0, allowMarker, 0, 1);
+            da_AttrCursor cursor;
+            da_ParseAttribList(entry, &cursor);
+            char *name = nullptr;
+            char *value = nullptr;
+            int len = 0;
+            while (da_GetAttrib(entry, &cursor, 0, &name, &value, &len)) {
+                int field = da_AttIdToORNIndex(name, static_cast<int>(std::strlen(name)));
+                store_attribute(array, field, value, len, allowMarker);
+            }
+            mdc_free(entry);
+            entry = nullptr;
+        },
+        [&] {
+            mdc_free(entry);
+            if (array) cl_FreeArray(array);
+        });
+    return array;
+}
+
+void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset, int arrayResult,
+                int mailNodeForm) {
+    substitute_escaped_delimiters(text);
+    char *t = transform(text, allowMarker, charset);
+    char pos[kPositionalMax + 1];
+    std::size_t i = split_positional(t, pos);
+    char packed[kPackedSize];
+    packed[0] = '\0';
+    if (i != 0) {
+        parse_positional(pos, packed, allowMarker, mailNodeForm);
+        if (t[i] == '\0') {
+            if (!arrayResult) return std::strcpy(out, packed);
+            char **array = nullptr;
+            cl_UnPackToLargeArray(packed, &array);
+            return array;
+        }
+    }
+    char **array = fill_from_attributes(t + i, packed, tagMapping, allowMarker);
+    if (arrayResult) return array;
+    cl_ORNArray2Tf(array, out);
+    cl_FreeArray(array);
+    return out;
+}
+
+void conv_to_da(char *text, char *out, int tagMapping, int allowMarker, int numeric, ccs_Descriptor *charset,
+                int mailNodeForm) {
+    char unused[1] = "";
+    auto **array = static_cast<char **>(main_conv(text, unused, tagMapping, allowMarker, charset, 1, mailNodeForm));
+    char *da = cl_ArrayToDA(array, numeric);
+    std::strcpy(out, da);
+    os_free(da);
+    cl_FreeArray(array);
+}
+
+// Field array to directory-attribute text.
+
+fstr_String g_daText;  // restarted by every call; its text becomes the caller's
+
+const char *da_value(int field, const char *value, bool named) {
+    int len = static_cast<int>(std::strlen(value));
+    switch (field) {
+    case kIAField:
+        return da_IAConvTFToAtt(value, len, 0);
+    case kCVField: {
+        const char *cv = da_ConvEntryToCV(value);
+        return named ? da_FormatValue(cv) : cv;
+    }
+    case kPSAPField: {
+        int status = 0;
+        const char *cv = da_ConvEntryToCV(da_PSAPConvTFToAtt(value, len, &status));
+        return named ? da_FormatValue(cv) : cv;
+    }
+    default:
+        return value;
+    }
+}
+
+char *array_to_da(char **array, int numeric) {
+    Trace t(kTrace21, "cl_ArrayToDA");
+    const bool named = numeric == 0;
+    fstr_StrInit(&g_daText, "");
+    bool first = true;
+    for (int i = 0; i < kFieldCount; ++i) {
+        if (!array[i]) continue;
+        if (!first) fstr_FsCsCat(&g_daText, named ? "/" : "\x1E");
+        int number = da_nmFieldNum2DANum(i);
+        if (named) {
+            fstr_FsCsCat(&g_daText, da_AttribNumberToLocName(number));
+        } else {
+            char digits[20];  // any int in decimal
+            std::snprintf(digits, sizeof digits, "%d", number);
+            fstr_FsCsCat(&g_daText, digits);
+        }
+        fstr_FsCsCat(&g_daText, named ? "=" : "\x1D");
+        fstr_FsCsCat(&g_daText, da_value(i, array[i], named));
+        first = false;
+    }
+    return t.exit(g_daText.text);
+}
+
+// Attribute lists ('name=value' joined by '/') into packed text.
+
+enum class ListForm { kNative, kAsciiEncoded };
+
+// Names typed longer than this are no attribute's (the longest local name
+// has 22 characters) and their entries are skipped.
+constexpr std::size_t kListNameSize = 64;
+
+struct Span {
+    const char *begin;
+    const char *end;
+};
+
+// Copies a span into out, dropping each escaping backslash (a backslash at
+// the very end is dropped too). Returns the length written.
+std::size_t unescape(Span s, bool escapes, char *out) {
+    char *o = out;
+    for (const char *p = s.begin; p < s.end; ++p) {
+        if (escapes && *p == kEscape && ++p == s.end) break;
+        *o++ = *p;
+    }
+    *o = '\0';
+    return static_cast<std::size_t>(o - out);
+}
+
+int list_field(Span name, bool escapes) {
+    if (static_cast<std::size_t>(name.end - name.begin) >= kListNameSize) return DA_NO_FIELD;
+    char typed[kListNameSize];
+    unescape(name, escapes, typed);
+    const char *internal = da_FindAttribIntName(typed);
+    return da_AttIdToORNIndex(internal, static_cast<int>(std::strlen(internal)));
+}
+
+void store_list_entry(char **array, Span name, Span value, ListForm form) {
+    const bool escapes = form == ListForm::kAsciiEncoded;
+    int field = list_field(name, escapes);
+    if (field == DA_NO_FIELD) return;
+    auto *copy = static_cast<char *>(os_malloc(static_cast<std::size_t>(value.end - value.begin) + 1));
+    unescape(value, escapes, copy);
+    if (escapes && cl_ShouldAsciiEncode(field)) {
+        int n = 0;
+        char *decoded = enc_DecodeFromAscii(copy, &n);
+        decoded[n] = '\0';
+        os_free(copy);
+        copy = os_strdup(decoded);
+    }
+    os_free(array[field]);
+    array[field] = copy;
+}
+
+// One reader for both forms. With a null array it checks the syntax alone,
+// so that a refused text is refused before anything is allocated.
+void read_list(const char *text, ListForm form, char **array) {
+    const bool escapes = form == ListForm::kAsciiEncoded;
+    bool inValue = false;
+    int nameChars = 0;
+    int valueChars = 0;
+    Span name{text, text};
+    Span value{text, text};
+    const char *p = text;
+    for (; *p; ++p) {
+        if (escapes && *p == kEscape) {  // the next character, if any, is literal
+            if (!p[1]) continue;
+            ++p;
+            ++(inValue ? valueChars : nameChars);
+            continue;
+        }
+        if (*p == '=') {
+            if (inValue) CL_RAISE(100, 4629);
+            if (nameChars == 0) CL_RAISE(100, 4631);
+            name.end = p;
+            value.begin = p + 1;
+            inValue = true;
+        } else if (*p == '/') {
+            if (!inValue) CL_RAISE(100, 4632);
+            if (valueChars == 0) CL_RAISE(100, 4628);
+            value.end = p;
+            if (array) store_list_entry(array, name, value, form);
+            name = Span{p + 1, p + 1};
+            inValue = false;
+            nameChars = valueChars = 0;
+        } else {
+            ++(inValue ? valueChars : nameChars);
+        }
+    }
+    if (!inValue) {
+        if (nameChars != 0) CL_RAISE(100, 4633);
+        return;
+    }
+    if (valueChars == 0) CL_RAISE(100, 4628);
+    value.end = p;
+    if (array) store_list_entry(array, name, value, form);
+}
+
+void list_to_tf(const char *text, char *out, ListForm form) {
+    read_list(text, form, nullptr);
+    char **array = nullptr;
+    cl_UnPackToLargeArray("", &array);
+    read_list(text, form, array);
+    cl_ORNArray2Tf(array, out);
+    cl_FreeArray(array);
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+void *cl_MainConvCltoORN(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset,
+                         int arrayResult, int mailNodeForm) {
+    return cl::main_conv(text, out, tagMapping, allowMarker, charset, arrayResult, mailNodeForm);
+}
+
+char *cl_ConvCltoORN(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset) {
+    return static_cast<char *>(cl::main_conv(text, out, tagMapping, allowMarker, charset, 0, 0));
+}
+
+char *cl_ConvClMntoORN(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset) {
+    return static_cast<char *>(cl::main_conv(text, out, tagMapping, allowMarker, charset, 0, 1));
+}
+
+char **cl_ConvCltoArray(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset) {
+    return static_cast<char **>(cl::main_conv(text, out, tagMapping, allowMarker, charset, 1, 0));
+}
+
+void cl_ConvCltoDa(char *text, char *out, int tagMapping, int allowMarker, int numeric, ccs_Descriptor *charset) {
+    cl::conv_to_da(text, out, tagMapping, allowMarker, numeric, charset, 0);
+}
+
+void cl_ConvClMntoDa(char *text, char *out, int tagMapping, int allowMarker, int numeric, ccs_Descriptor *charset) {
+    cl::conv_to_da(text, out, tagMapping, allowMarker, numeric, charset, 1);
+}
+
+char *cl_ArrayToDA(char **array, int numeric) { return cl::array_to_da(array, numeric); }
+
+void cl_AsciiEncodedToTF(const char *text, char *out) { cl::list_to_tf(text, out, cl::ListForm::kAsciiEncoded); }
+
+void cl_NativeToTF(const char *text, char *out) { cl::list_to_tf(text, out, cl::ListForm::kNative); }
 
 }  // extern "C"

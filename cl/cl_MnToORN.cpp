@@ -1,0 +1,94 @@
+// A mail node typed alone into packed text: organizational units in fields
+// 4 to 7 behind a four-field prefix, further '/' words in fields 8 on.
+#include <cctype>
+#include <cstring>
+
+#include "cl.h"
+#include "frame.hpp"
+#include "packed.hpp"
+
+namespace cl {
+namespace {
+
+constexpr const char kSourceFile[] = "cl/cl_MnToORN";
+
+constexpr int kLastSeparator = 3;  // four units: three separators at most
+
+constexpr char kEmptyPrefix[] = "\x1D\x1D\x1D\x1D";
+constexpr char kPlaceHolderPrefix[] = "S\x1D" "F\x1D" "I\x1D" "G\x1D";
+
+bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+// Trims white space at both ends of every 0x1D-separated field, in place.
+// The write position never passes the read position, so no work buffer (and
+// no length bound) is needed.
+void trim_fields(char *s) {
+    char *w = s;
+    bool fieldStart = true;
+    for (const char *r = s; *r;) {
+        if (*r == kFieldSep) {
+            *w++ = *r++;
+            fieldStart = true;
+        } else if (is_space(*r)) {
+            const char *run = r;
+            while (is_space(*r)) ++r;
+            bool trailing = *r == '\0' || *r == kFieldSep;
+            if (!fieldStart && !trailing)
+                while (run < r) *w++ = *run++;
+        } else {
+            *w++ = *r++;
+            fieldStart = false;
+        }
+    }
+    *w = '\0';
+}
+
+// Writes the mail node's units after the prefix, directly into the caller's
+// buffer (which holds the prefix, the mail node and one byte per unit), then
+// trims and maps the substitute characters of the part written.
+void real_mn_to_orn(char *out, const char *mailNode, const char *prefix) {
+    Trace t(kTrace19, "cl_RealMnToORName");
+    std::strcpy(out, prefix);
+    char *start = out + std::strlen(prefix);
+    char *o = start;
+    int separators = 0;
+    for (const char *p = mailNode; *p; ++p) {
+        if (*p == '/' && separators < kLastSeparator)
+            for (; separators < kLastSeparator; ++separators) *o++ = kFieldSep;
+        if (*p == ',' && separators < kLastSeparator) {
+            *o++ = kFieldSep;
+            ++separators;
+        } else {
+            *o++ = *p == '/' ? kFieldSep : *p;
+        }
+    }
+    *o = '\0';
+    cl_RemoveLead_TrailSpaces(start);
+    cl_ConvertSpecialChar(start);
+    t.exit();
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+void cl_PositionalMnToORN(char *out, const char *mailNode) {
+    cl::Trace t(cl::kTrace17, "cl_PositionalMnToORN");
+    cl::real_mn_to_orn(out, mailNode, cl::kEmptyPrefix);
+    t.exit();
+}
+
+void cl_MailNodeToPartORName(char *out, const char *mailNode) {
+    cl::Trace t(cl::kTrace17, "cl_MailNodeToPartORName");
+    cl::real_mn_to_orn(out, mailNode, cl::kPlaceHolderPrefix);
+    t.exit();
+}
+
+void cl_RemoveLead_TrailSpaces(char *fields) {
+    cl::Trace t(cl::kTrace19, "cl_RemoveLead_TrailSpaces");
+    cl::trim_fields(fields);
+    t.exit();
+}
+
+}  // extern "C"
