@@ -93,7 +93,9 @@ TEST(UpdateCommandFile, CreatesThenAppendsOneRecordPerCall) {
     EXPECT_EQ(home.read("sys/cmdfile"), "in the home\n");
 
     const int fds = testkit::open_fd_count();
-    auto out = testkit::run([&] { cl_UpdateCommandFile("x", (home.path() + "/no/such/dir/f").c_str()); });
+    const std::string unopenable = home.path() + "/no/such/dir/f";  // no std::string alive across the escape
+    const char *name = unopenable.c_str();
+    auto out = testkit::run([name] { cl_UpdateCommandFile("x", name); });
     EXPECT_TRUE(out.is(1, ENOENT));
     EXPECT_EQ(testkit::open_fd_count(), fds);
 }
