@@ -35,6 +35,7 @@ install(FILES ${PROJECT_BINARY_DIR}/clConfig.cmake ${PROJECT_BINARY_DIR}/clConfi
 # escapes calls the error library itself. The prefix is found from the file's
 # own place, so an install under any --prefix or DESTDIR works.
 file(RELATIVE_PATH CL_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
+string(REGEX REPLACE "/$" "" CL_PC_TO_PREFIX "${CL_PC_TO_PREFIX}")
 set(CL_PC_LIBS "-lcl")
 foreach(t IN LISTS QX_TARGETS)
   string(APPEND CL_PC_LIBS " -l${t}")

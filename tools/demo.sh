@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# The main job: installs what a fresh machine lacks, builds the library and
+# its sample programs, sets up a fresh server home and runs an
+# administrator's session against it.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash tools/deps.sh
+
+build=build/demo
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+echo "Building into $build ..."
+if ! { cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCL_BUILD_TESTS=OFF &&
+       cmake --build "$build" --target qxadm -j "$(nproc)"; } >"$log" 2>&1; then
+  cat "$log"
+  exit 1
+fi
+
+export PATH="$PWD/$build/programs:$PATH"
+QX_HOME=$(mktemp -d /tmp/qx-demo-XXXXXX)
+export QX_HOME
+echo "Fresh server home: QX_HOME=$QX_HOME"
+
+# Shows the command as one would type it, runs it, and shows its exit
+# status when it fails.
+run() {
+  local shown="" a
+  for a in "$@"; do
+    if [[ $a =~ ^[A-Za-z0-9_./,=-]+$ ]]; then shown+=" $a"; else shown+=" '$a'"; fi
+  done
+  printf '\n$%s\n' "$shown"
+  local status=0
+  "$@" 2>&1 || status=$?
+  [ "$status" -eq 0 ] || echo "[exit status $status]"
+}
+
+run qx-inithome Sales,London
+run qx-useradd 'John Smith/Sales,London'
+run qx-useradd 'Mary Jones/Sales,London/organization=Acme/country=GB'
+run qx-useradd 'John Smith/Sales,London'
+run qx-userlist
+run qx-pmn
+run qx-defmnode
+run qx-startcount --count
+
+printf '\nThe home stays in %s for a look around (sqlite3 %s/sys/users.db).\n' "$QX_HOME" "$QX_HOME"
