@@ -138,6 +138,30 @@ TEST(ConfigLock, BlockedTakeWaitsUntilTheOtherProcessEnds) {
     cl_FreeConfigLock();
 }
 
+TEST(ConfigLock, TraceIds) {
+    testkit::TempHome home;
+    testkit::TraceCapture traces;
+    ASSERT_LE(er_SubSystemLoggingLevel, 9);
+    cl_GetConfigLock();
+    cl_TestConfigLock();
+    cl_FreeConfigLock();
+    cl_BlockedGetConfigLock();
+    EXPECT_NE(cl_WaitForConfigLock(1), 0);
+    cl_GetCfgLock();
+    cl_FreeConfigLock();
+    const std::vector<testkit::TraceRecord> expected = {
+        {17, "cl_GetConfigLock", 1},        {17, "cl_GetConfigLock", 0},        {17, "cl_TestConfigLock", 1},
+        {17, "cl_TestConfigLock", 0},       {17, "cl_FreeConfigLock", 1},       {17, "cl_FreeConfigLock", 0},
+        {17, "cl_BlockedGetConfigLock", 1}, {17, "cl_BlockedGetConfigLock", 0},
+        // the wait (21) and the take-or-fail (19) trace only above level 9
+        {17, "cl_BlockedGetConfigLock", 1}, {17, "cl_BlockedGetConfigLock", 0}, {17, "cl_TestConfigLock", 1},
+        {17, "cl_TestConfigLock", 0},       {17, "cl_BlockedGetConfigLock", 1}, {17, "cl_BlockedGetConfigLock", 0},
+        {17, "cl_TestConfigLock", 1},       {17, "cl_TestConfigLock", 0},       {17, "cl_FreeConfigLock", 1},
+        {17, "cl_FreeConfigLock", 0},
+    };
+    EXPECT_EQ(traces.records(), expected);
+}
+
 TEST(BoundedWait, TimesOutAndPutsTheCallersAlarmAndHandlerBack) {
     testkit::TempHome home;
     Holder holder;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "testkit.hpp"
 
@@ -93,7 +94,10 @@ TEST(DefMNode, MissingFileIsCreated0660WhateverTheUmaskAndRecordOneFilled) {
         testkit::TempHome home;
         home.write("sys/config", config({"Sales", "London", "", ""}, {}));
         const mode_t before = umask(mask);
+        testkit::TraceCapture traces;
         const std::string text = read_def(1);
+        EXPECT_EQ(traces.named("cl_GetOldUXMN"),
+                  (std::vector<testkit::TraceRecord>{{15, "cl_GetOldUXMN", 1}, {15, "cl_GetOldUXMN", 0}}));
         EXPECT_EQ(umask(before), mask) << "the caller's umask is put back";
         const std::string expected = packed("||||Sales|London");
         EXPECT_EQ(show(text), show(expected));

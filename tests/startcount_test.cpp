@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "testkit.hpp"
 
@@ -50,7 +51,10 @@ TEST(StartCount, CountingWritesExactBytesAndWraps) {
     testkit::TempHome home;
     home.write("sys/sysdata", sysdata(7, 1000));
     const int32_t before = static_cast<int32_t>(std::time(nullptr));
+    testkit::TraceCapture traces;
     cl_IncSystemStartCount();
+    EXPECT_EQ(traces.records(), (std::vector<testkit::TraceRecord>{{17, "cl_IncSystemStartCount", 1},
+                                                                   {17, "cl_IncSystemStartCount", 0}}));
     std::string bytes = home.read("sys/sysdata");
     ASSERT_EQ(bytes.size(), 60u);
     EXPECT_EQ(count_in(bytes), 8u);
