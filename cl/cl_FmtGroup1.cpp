@@ -1,0 +1,154 @@
+// Group 1 in the typed name syntax: personal name, mail node by position,
+// standard attributes by position and the bracketed extension attributes,
+// e.g. 'John J.R. Smith Jr. /Sales,Europe/x (T1|blue) '.
+#include "cl.h"
+#include "fmt_buffer.hpp"
+#include "frame.hpp"
+
+namespace cl {
+namespace {
+
+constexpr const char kSourceFile[] = "cl/cl_format";
+
+enum Field : int {
+    kSurname = 0,
+    kGivenName = 1,
+    kInitials = 2,
+    kGeneration = 3,
+    kFirstUnit = 4,
+    kLastUnit = 7,
+    kFirstStandard = 8,
+    kLastStandard = 14,
+    kExtensions = 4,  // extension k (1 to 4): type 13 + 2k, value 14 + 2k
+    kGroup1Fields = 23,
+};
+
+// Bound: 4096 characters each (fmt::kGroup1Size).
+fmt::Text g_personal_name{fmt::kGroup1Size};
+fmt::Text g_group1{fmt::kGroup1Size};
+
+bool present(char **table, int field) { return table[field][0] != '\0'; }
+
+using WorkArea = char[fmt::kGroup1Size];
+
+// The field with its delimiters written as substitute characters, mapped in
+// a work area of 4097 bytes (a longer field is cut there).
+const char *mapped(WorkArea &work, const char *field) {
+    fmt::bounded_copy(work, sizeof work, field);
+    cl_ConvertToSpecialChar(work);
+    return work;
+}
+
+void append_mapped(fmt::Text &out, char **table, int field) {
+    WorkArea work;
+    out.append(mapped(work, table[field]));
+}
+
+char *personal_name(char **table) {
+    fmt::Text &out = g_personal_name;
+    out.begin();
+    if (present(table, kGivenName)) {
+        append_mapped(out, table, kGivenName);
+        out.append(' ');
+    }
+    if (present(table, kInitials)) {
+        WorkArea work;
+        for (const char *p = mapped(work, table[kInitials]); *p; ++p) {
+            out.append(*p);
+            out.append('.');
+        }
+        out.append(' ');
+    }
+    if (present(table, kSurname)) {
+        append_mapped(out, table, kSurname);
+        out.append(' ');
+    }
+    if (present(table, kGeneration)) {
+        append_mapped(out, table, kGeneration);
+        out.append(". ");
+    }
+    return out.data();
+}
+
+// `end` is the length up to the last thing that must stay; `keep` a length
+// below which the text is never cut (the personal name and its '/').
+char *group1(char **table, bool mailNodeOnly) {
+    fmt::Text &out = g_group1;
+    out.begin();
+    int end = 0;
+    if (!mailNodeOnly) {
+        out.append(cl_FrmtGroup1PNPP(table));
+        end = out.size();
+        out.append('/');
+    }
+    const int keep = out.size();
+
+    for (int i = kFirstUnit; i <= kLastUnit; ++i) {
+        if (!present(table, i)) continue;
+        // Units by position: one comma per position since the previous
+        // non-empty unit (or since unit 1).
+        for (int gap = i - 1; gap >= kFirstUnit; --gap) {
+            out.append(',');
+            if (present(table, gap)) break;
+        }
+        append_mapped(out, table, i);
+        end = out.size();
+    }
+    out.append('/');
+
+    for (int i = kFirstStandard; i <= kLastStandard; ++i) {
+        if (present(table, i)) {
+            append_mapped(out, table, i);
+            end = out.size();
+        }
+        if (i < kLastStandard) out.append('/');
+    }
+    out.cut(end > keep ? end : keep);
+
+    out.append(" (");
+    for (int k = 1; k <= kExtensions; ++k) {
+        int type = 13 + 2 * k;
+        int value = type + 1;
+        if (k > 1) out.append('(');
+        out.append(table[type]);
+        out.append('|');
+        out.append(table[value]);
+        out.append(") ");
+        if (present(table, type) || present(table, value)) end = out.size();
+    }
+    out.cut(end);
+    return out.data();
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+char *cl_FrmtGroup1PNPP(char **table) {
+    cl::Trace t(cl::kTrace19, "cl_FrmtGroup1PNPP");
+    return t.exit(cl::personal_name(table));
+}
+
+char *cl_FrmtGroup1PP(char **table, int mailNodeOnly) {
+    cl::Trace t(cl::kTrace19, "cl_FrmtGroup1PP");
+    return t.exit(cl::group1(table, mailNodeOnly != 0));
+}
+
+char *cl_FormatGroup1(const char *tf) {
+    char **table = cl::fmt::unpack(tf, cl::kGroup1Fields);
+    char *text = cl::group1(table, false);
+    cl_FreeORN(table);
+    return text;
+}
+
+// The caller's buffer must hold 4097 bytes: the text may be longer than the
+// packed text it replaces.
+void cl_FormatName(char *buf) {
+    cl::Trace t(cl::kTrace17, "cl_FormatName");
+    const char *text = cl_FormatGroup1(buf);
+    std::memmove(buf, text, std::strlen(text) + 1);
+    t.exit();
+}
+
+}  // extern "C"

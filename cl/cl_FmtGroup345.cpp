@@ -1,0 +1,67 @@
+// Attribute entries of groups 3 to 5, whose values are UTF-8: each value is
+// converted for the caller's character set and its key characters escaped in
+// that set. The IA field is written as stored.
+#include <cstdio>
+
+#include "cl.h"
+#include "cvc.h"
+#include "fmt_buffer.hpp"
+#include "frame.hpp"
+#include "go.h"
+
+namespace cl {
+namespace {
+
+constexpr const char kSourceFile[] = "cl/cl_format";
+
+constexpr int kIA = 130;
+constexpr const char kStored[] = "UTF8";
+constexpr const char kFallback[] = "IA5";
+constexpr int kInternalNameSize = 15;  // at most 14 characters, by contract
+
+// Bound: 8193 characters (fmt::kGroup345Size).
+fmt::Text g_converted{fmt::kGroup345Size};
+
+// The value as shown in the internal set: converted then escaped where UTF-8
+// maps to it; otherwise escaped in UTF-8, then converted to IA5 (or left as
+// it is where even that cannot be done).
+const char *shown_value(const char *value, const char *internal, bool mapped) {
+    if (mapped) {
+        const char *converted = go_ConvertStrEscapeLog(value, static_cast<int>(std::strlen(value)), kStored, internal);
+        return da_EscapeKeyCharsTx(converted, internal, fmt::kKeyChars);
+    }
+    const char *escaped = da_EscapeKeyCharsTx(value, kStored, fmt::kKeyChars);
+    return go_ConvertStringOrRetain(escaped, static_cast<int>(std::strlen(escaped)), kStored, kFallback);
+}
+
+char *converted_entries(char **table, ccs_Descriptor *charset, int first, int last, bool needSeparator) {
+    fmt::Text &out = g_converted;
+    out.begin();
+    char internal[kInternalNameSize];
+    std::snprintf(internal, sizeof internal, "%s", ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
+    const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
+    if (first < 0) first = 0;
+    if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;
+    for (int i = first; i <= last; ++i) {
+        const char *value = table[i];
+        if (!*value) continue;
+        if (needSeparator) out.append("/", charset);
+        out.append(fmt::display_name(i), charset);
+        out.append("=", charset);
+        out.append(i == kIA ? value : shown_value(value, internal, mapped), charset);
+        needSeparator = true;
+    }
+    return out.data();
+}
+
+}  // namespace
+}  // namespace cl
+
+extern "C" {
+
+char *cl_FrmtGroup345PP(char **table, ccs_Descriptor *charset, int first, int last, int needSeparator) {
+    cl::Trace t(cl::kTrace19, "cl_FrmtGroup345PP");
+    return t.exit(cl::converted_entries(table, charset, first, last, needSeparator != 0));
+}
+
+}  // extern "C"

@@ -1,0 +1,124 @@
+// What the formatters share: their bounded static result buffers and the
+// parse-and-unpack step every entry point starts with.
+#ifndef CL_FMT_BUFFER_HPP
+#define CL_FMT_BUFFER_HPP
+
+#include <cstring>
+#include <type_traits>
+
+#include "ccs.h"
+#include "cl.h"
+#include "da.h"
+#include "fstr.h"
+#include "nm.h"
+#include "os.h"
+#include "str.h"
+
+namespace cl::fmt {
+
+// A formatter's result buffer: allocated with os_malloc on the first call,
+// never freed, emptied at the start of every call. It holds capacity - 1
+// characters and the terminator. An append that does not fit is cut at the
+// bound, never inside a UTF-8 character, and the buffer is then full:
+// nothing later is appended after the cut, so the text never has a hole.
+class Text {
+public:
+    constexpr explicit Text(int capacity) noexcept : capacity_(capacity) {}
+
+    char *begin() {
+        if (!data_) data_ = static_cast<char *>(os_malloc(static_cast<std::size_t>(capacity_)));
+        length_ = 0;
+        full_ = false;
+        data_[0] = '\0';
+        return data_;
+    }
+
+    // Through the character-set library's concatenation for the given set
+    // (null: UTF8).
+    void append(const char *s, ccs_Descriptor *cs = nullptr) {
+        if (full_) return;
+        std::size_t n = std::strlen(s);
+        auto room = static_cast<std::size_t>(capacity_ - 1 - length_);
+        char *end = data_ + length_;
+        if (n <= room) {
+            str_strcat(end, s, cs);
+            length_ += static_cast<int>(n);
+            return;
+        }
+        str_strncat(end, s, static_cast<int>(room), cs ? cs->id : 0);
+        length_ += static_cast<int>(std::strlen(end));
+        full_ = true;
+    }
+
+    void append(char c) {
+        char one[2] = {c, '\0'};
+        append(one);
+    }
+
+    // Appends entries after a '/' when both the text and they are non-empty.
+    void join(const char *entries, ccs_Descriptor *cs = nullptr) {
+        if (!empty() && *entries) append("/", cs);
+        append(entries, cs);
+    }
+
+    // Cuts the text back to `length` characters (no effect beyond its end).
+    void cut(int length) {
+        if (length >= length_) return;
+        length_ = length;
+        data_[length_] = '\0';
+    }
+
+    char *data() const { return data_; }
+    int size() const { return length_; }
+    bool empty() const { return length_ == 0; }
+    bool full() const { return full_; }
+
+private:
+    char *data_ = nullptr;
+    int capacity_;
+    int length_ = 0;
+    bool full_ = false;
+};
+static_assert(std::is_trivially_destructible_v<Text>);
+
+// Sizes of the buffers, terminator included.
+constexpr int kGroup1Size = 4097;    // personal-name and group 1 texts, field work area
+constexpr int kGroup2Size = 4097;    // attribute entries
+constexpr int kGroup345Size = 8194;  // converted attribute entries
+constexpr int kFullSize = 4080;      // full-name and personal-name texts
+
+constexpr int kAllFields = 161;
+constexpr const char kKeyChars[] = "/=*[]%";
+
+// Copies s into work (size bytes), cut like Text::append.
+inline char *bounded_copy(char *work, int size, const char *s) {
+    work[0] = '\0';
+    return str_strncat(work, s, size - 1, 0);
+}
+
+// Parses packed text and unpacks its first fieldCount fields; the caller
+// frees the table with cl_FreeORN.
+inline char **unpack(const char *tf, int fieldCount) {
+    nm_ParsedORN parsed;
+    int status = 0;
+    nm_ParseORN(tf, &parsed, &status);
+    char **table = nullptr;
+    cl_UnpackFullORN(tf, &table, &parsed, fieldCount, static_cast<int>(std::strlen(tf)));
+    return table;
+}
+
+// The display text of the special entry "<number>" 0x1D "<CV of value>",
+// built in s.
+inline const char *special_entry(fstr_String &s, const char *number, const char *attributeValue) {
+    fstr_FsCsCopy(&s, number);
+    fstr_FsCsCat(&s, "\x1D");
+    fstr_FsCsCat(&s, da_ConvEntryToCV(attributeValue));
+    return cl_FormatSpecialEntry(s.text);
+}
+
+// The display name of a field's attribute.
+inline const char *display_name(int field) { return da_AttribNumberToLocName(da_nmFieldNum2DANum(field)); }
+
+}  // namespace cl::fmt
+
+#endif  // CL_FMT_BUFFER_HPP
