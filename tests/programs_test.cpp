@@ -244,6 +244,10 @@ TEST_F(Programs, AttributesFillFieldsOfTheName) {
     ASSERT_EQ(rows().size(), 1u);
     EXPECT_EQ(rows()[0].rfind("Jones|Mary|||Sales|London|||Acme|GB=", 0), 0u) << rows()[0];
     EXPECT_EQ(r.out, "Added: " + without_time(rows()[0]).substr(rows()[0].find('=') + 1) + "\n");
+    // The attributes in another order name the same user.
+    Result shown = run("qx-usershow", {"Mary Jones/Sales,London/country=GB/organization=Acme"});
+    EXPECT_EQ(shown.status, 0) << shown.err;
+    EXPECT_EQ("Added: " + shown.out, r.out);
 }
 
 TEST_F(Programs, RefusedAddsChangeNothing) {

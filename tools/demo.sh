@@ -36,8 +36,8 @@ run() {
 
 run qx-inithome Sales,London
 run qx-useradd 'John Smith/Sales,London'
-run qx-useradd 'Mary Jones/Sales,London/organization=Acme/country=GB'
-run qx-useradd 'John Smith/Sales,London'
+run qx-useradd 'Zoe Muller/Sales,London/organization=Acme/country=DE/utf8Surname=Müller'
+run qx-useradd 'Ann Lee/Customer_Relations_and_Support_Europe,London'
 run qx-userlist
 run qx-pmn
 run qx-defmnode
