@@ -202,27 +202,33 @@ void copy_name_part(char *part, const char *text, std::size_t n) {
 
 int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
     result[0] = '\0';
-    char part[kNamePartMax + 1];  // bounded by copy_name_part
-    char *const slash = std::strchr(text, '/');
-    if (!slash) {
-        copy_name_part(part, text, std::strlen(text));
-        cl_ParseNameLoclAddr2(part, result, allow_marker);
-        return 0;
-    }
-    char *const rest = skip_white(slash + 1);
-    const int more = *rest != '\0' ? 1 : 0;
-    char *const attr_start = mdc_strpbrk(rest, "/(");
+    // The name part runs to the end, to the first '/' when the mail node is
+    // empty ('Smith//val8'), or to where the attributes start. A name and
+    // mail node without attributes are parsed in the caller's text itself.
+    char *name_end = text + std::strlen(text);
     char *attrs = nullptr;
-    if (*rest == '/') {  // empty mail node: 'Smith//val8'
-        copy_name_part(part, text, static_cast<std::size_t>(slash - text));
-        cl_ParseNameLoclAddr2(part, result, allow_marker);
-        attrs = rest;
-    } else if (!attr_start) {  // name and mail node only: parsed in place
+    bool in_place = false;
+    int more = 0;
+    if (char *const slash = std::strchr(text, '/')) {
+        char *const rest = skip_white(slash + 1);
+        more = *rest != '\0' ? 1 : 0;
+        char *const attr_start = mdc_strpbrk(rest, "/(");
+        if (*rest == '/') {
+            name_end = slash;
+            attrs = rest;
+        } else if (attr_start) {
+            name_end = attr_start;
+            attrs = attr_start;
+        } else {
+            in_place = true;
+        }
+    }
+    if (in_place) {
         cl_ParseNameLoclAddr2(text, result, allow_marker);
     } else {
-        copy_name_part(part, text, static_cast<std::size_t>(attr_start - text));
+        char part[kNamePartMax + 1];  // bounded by copy_name_part
+        copy_name_part(part, text, static_cast<std::size_t>(name_end - text));
         cl_ParseNameLoclAddr2(part, result, allow_marker);
-        attrs = attr_start;
     }
     if (attrs) {
         volatile int index = 0;
