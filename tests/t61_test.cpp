@@ -52,10 +52,7 @@ TEST(T61, ReplacesSpecialsAndKeepsEverythingElse) {
         EXPECT_EQ(show(r.text), c.expected) << c.typed;
         EXPECT_EQ(r.len, static_cast<int>(r.text.size())) << c.typed;
     }
-}
-
-TEST(T61, StarIsOrdinaryWhenItIsNoSpecial) {
-    EXPECT_EQ(transform("a*b", false).text, "a*b");
+    EXPECT_EQ(transform("a*b", false).text, "a*b");  // '*' is no special here
 }
 
 TEST(T61, BackslashMakesTheNextCharacterLiteral) {

@@ -1,18 +1,15 @@
 // Entry text of a command line's attribute part: attribute names mapped to
 // internal tags, the IA value put into its attribute form, and a cursor that
 // delivers the attributes one by one.
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "da.h"
-#include "er.h"
+#include "fstr.h"
 
 namespace da {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/da_entry";
 constexpr char kEntrySep = '\x1E';
 constexpr char kValueSep = '\x1D';
 constexpr int kIAField = 130;
@@ -20,25 +17,10 @@ constexpr int kIAField = 130;
 // that does not fit is unknown and stays as typed.
 constexpr std::size_t kNameMax = 64;
 
-// A library-owned result text that grows to what a call needs; valid until
-// the next call of the same function.
-struct Buffer {
-    char *data = nullptr;
-    std::size_t size = 0;
-
-    char *reserve(std::size_t need) {
-        if (need > size) {
-            void *grown = std::realloc(data, need);
-            if (!grown) er_TracedEscape(1, ENOMEM, kSourceFile, __LINE__);
-            data = static_cast<char *>(grown);
-            size = need;
-        }
-        return data;
-    }
-};
-
-Buffer g_mapped;
-Buffer g_encoded;
+// Library-owned result texts, valid until the next call of the same
+// function. Both are a copy of the input rewritten in place.
+fstr_String g_mapped{};
+fstr_String g_encoded{};
 
 // Calls each(entry) for every 0x1E-separated entry of text, in order.
 template <class Each>
@@ -64,45 +46,47 @@ std::string_view internal_name(std::string_view typed) {
     return tag;
 }
 
-// Tags are at most three digits, so a mapped entry never outgrows this.
-std::size_t mapped_room(std::string_view text) {
-    std::size_t entries = 1;
-    for (char c : text) entries += c == kEntrySep;
-    return text.size() + entries * 8 + 1;
-}
-
-const char *map_to_tags(std::string_view text) {
-    char *out = g_mapped.reserve(mapped_room(text));
-    char *o = out;
-    auto put = [&o](std::string_view s) {
-        std::memcpy(o, s.data(), s.size());
-        o += s.size();
-    };
-    for_each_entry(text, [&](std::string_view entry, bool last) {
-        std::size_t sep = entry.find(kValueSep);
-        std::string_view name = entry.substr(0, sep);
-        put(internal_name(name));
-        put(entry.substr(name.size()));
-        if (!last) *o++ = kEntrySep;
-    });
-    *o = '\0';
-    return out;
+// Rewrites the names of the copy in place: a known name is a local name
+// (matched in any case, so of the same length) or a tag, and every tag of
+// the table is at most three digits while every local name has at least
+// three characters, so the write position never passes the read position.
+// A tag that would not fit (no such attribute exists) leaves the name as
+// typed.
+const char *map_to_tags(const char *text) {
+    fstr_FsCsCopy(&g_mapped, text);
+    char *w = g_mapped.text;
+    const char *r = g_mapped.text;
+    for (;;) {
+        std::size_t entryLen = std::strcspn(r, "\x1E");
+        std::size_t nameLen = std::strcspn(r, "\x1D\x1E");
+        std::string_view tag = internal_name(std::string_view(r, nameLen));
+        if (tag.size() > nameLen) tag = std::string_view(r, nameLen);
+        std::memmove(w, tag.data(), tag.size());
+        w += tag.size();
+        std::memmove(w, r + nameLen, entryLen - nameLen);
+        w += entryLen - nameLen;
+        if (!r[entryLen]) break;
+        *w++ = kEntrySep;
+        r += entryLen + 1;
+    }
+    *w = '\0';
+    g_mapped.length = static_cast<int>(w - g_mapped.text);
+    return g_mapped.text;
 }
 
 // The IA value's attribute form writes '=' as 0x1D.
-const char *encode_ia(std::string_view text) {
+const char *encode_ia(const char *text) {
     const char *iaTag = da_AttribNumberToIntName(da_nmFieldNum2DANum(kIAField));
-    char *out = g_encoded.reserve(text.size() + 1);
-    std::memcpy(out, text.data(), text.size());
-    out[text.size()] = '\0';
-    for_each_entry(text, [&](std::string_view entry, bool) {
+    fstr_FsCsCopy(&g_encoded, text);
+    std::string_view copy(g_encoded.text, static_cast<std::size_t>(g_encoded.length));
+    for_each_entry(copy, [&](std::string_view entry, bool) {
         std::size_t sep = entry.find(kValueSep);
         if (sep == std::string_view::npos || entry.substr(0, sep) != iaTag) return;
-        char *value = out + (entry.data() - text.data()) + sep + 1;
-        for (std::size_t k = sep + 1; k < entry.size(); ++k, ++value)
-            if (*value == '=') *value = kValueSep;
+        char *value = g_encoded.text + (entry.data() - copy.data());
+        for (std::size_t k = sep + 1; k < entry.size(); ++k)
+            if (value[k] == '=') value[k] = kValueSep;
     });
-    return out;
+    return g_encoded.text;
 }
 
 // Next non-empty entry at the cursor, split in place into name and value.
@@ -135,9 +119,9 @@ extern "C" {
 
 // The stand-in has one mapping table (local names in any case, and tags),
 // so the table selector and the flag change nothing here.
-const char *da_MapToInternalTags(const char *attrs, int, int) { return da::map_to_tags(attrs ? attrs : ""); }
+const char *da_MapToInternalTags(const char *attrs, int, int) { return da::map_to_tags(attrs); }
 
-const char *da_EncodeEntryIA(const char *entry) { return da::encode_ia(entry ? entry : ""); }
+const char *da_EncodeEntryIA(const char *entry) { return da::encode_ia(entry); }
 
 void da_ParseAttribList(char *entry, da_AttrCursor *cursor) { cursor->pos = entry; }
 
