@@ -158,24 +158,23 @@ void canonical(const char *packed, char *key) {
     cl_FreeArray(array);
 }
 
-// A typed user name ('Given Surname/Unit,Unit[/attribute=value...]') as its
-// key (kPackedSize bytes).
-void user_key(const char *typed, char *key) {
+// A typed name converted by convert (cl_ConvCltoORN for a user's name,
+// cl_ConvClMntoORN for a mail node) into its key (kPackedSize bytes).
+using Conversion = char *(*)(char *, char *, int, int, ccs_Descriptor *);
+void typed_key(const char *typed, Conversion convert, char *key) {
     char text[kTextMax + 1];
     char packed[kPackedSize];
     copy_typed(typed, text);
-    cl_ConvCltoORN(text, packed, 0, 0, charset());
+    convert(text, packed, 0, 0, charset());
     canonical(packed, key);
 }
 
-// A typed mail node ('Unit,Unit[/attribute=value...]') as a packed O/R name
-// holding it (kPackedSize bytes), checked as a mail node.
+// 'Given Surname/Unit,Unit[/attribute=value...]'
+void user_key(const char *typed, char *key) { typed_key(typed, cl_ConvCltoORN, key); }
+
+// 'Unit,Unit[/attribute=value...]', checked as a mail node.
 void mail_node_key(const char *typed, char *key) {
-    char text[kTextMax + 1];
-    char packed[kPackedSize];
-    copy_typed(typed, text);
-    cl_ConvClMntoORN(text, packed, 0, 0, charset());
-    canonical(packed, key);
+    typed_key(typed, cl_ConvClMntoORN, key);
     cl_ValidateORNFields(key, 1);
 }
 
@@ -334,28 +333,19 @@ Store directory_add(const char *path, const char *key, const char *display) {
     });
 }
 
-// Finds a user; its display text into display (kDisplaySize bytes).
-Store directory_find(const char *path, const char *key, char *display) {
-    return with_directory(path, [&](sqlite3 *db) {
-        bool found = false;
-        Store s = run_statement(db, "SELECT display FROM users WHERE name = ?1", key, nullptr,
-                                [&](sqlite3_stmt *st) {
-                                    copy_column_text(st, 0, display);
-                                    found = true;
-                                });
-        return s == Store::kOk && !found ? Store::kNoSuchUser : s;
-    });
-}
+// Runs sql, which yields the display text of the user keyed ?1 (one row at
+// most), and copies that text into display (kDisplaySize bytes). No row is
+// kNoSuchUser.
+constexpr const char kFindUser[] = "SELECT display FROM users WHERE name = ?1";
+constexpr const char kDeleteUser[] = "DELETE FROM users WHERE name = ?1 RETURNING display";
 
-// Deletes a user; its display text into display (kDisplaySize bytes).
-Store directory_delete(const char *path, const char *key, char *display) {
+Store directory_user(const char *path, const char *sql, const char *key, char *display) {
     return with_directory(path, [&](sqlite3 *db) {
         bool found = false;
-        Store s = run_statement(db, "DELETE FROM users WHERE name = ?1 RETURNING display", key, nullptr,
-                                [&](sqlite3_stmt *st) {
-                                    copy_column_text(st, 0, display);
-                                    found = true;
-                                });
+        Store s = run_statement(db, sql, key, nullptr, [&](sqlite3_stmt *st) {
+            copy_column_text(st, 0, display);
+            found = true;
+        });
         return s == Store::kOk && !found ? Store::kNoSuchUser : s;
     });
 }
@@ -376,34 +366,58 @@ void directory_path(char *buf) { actual_name("~/sys/users.db", buf); }
 // ---------------------------------------------------------------------------
 // The programs.
 
+// A change to the server's data: under the configuration lock, with the
+// command line logged. An escape from work leaves the lock to the top level.
+template <class Work>
+void under_lock(const Args &a, Work &&work) {
+    cl_GetCfgLock();
+    cl_LogCommandLine(a.argv);
+    work();
+    cl_FreeConfigLock();
+}
+
 // qx-useradd NAME: the typical request of an administrative program.
 int user_add(const Args &a) {
     need(a, a.count == 1);
-    cl_GetCfgLock();
-    cl_LogCommandLine(a.argv);
-    char key[kPackedSize];
-    user_key(a.arg(1), key);
-    cl_ValidateORNFields(key, 3);
     char display[kDisplaySize];
-    copy_display(cl_FormatFullName(key, charset()), display);
-    char path[QX_PATH_MAX];
-    directory_path(path);
-    raise_if_failed(directory_add(path, key, display));
-    cl_FreeConfigLock();
+    under_lock(a, [&] {
+        char key[kPackedSize];
+        user_key(a.arg(1), key);
+        cl_ValidateORNFields(key, 3);
+        copy_display(cl_FormatFullName(key, charset()), display);
+        char path[QX_PATH_MAX];
+        directory_path(path);
+        raise_if_failed(directory_add(path, key, display));
+    });
     std::printf("Added: %s\n", display);
     return 0;
+}
+
+// The user that NAME names, found (kFindUser) or deleted (kDeleteUser); its
+// display text into display (kDisplaySize bytes).
+void user_lookup(const Args &a, const char *sql, char *display) {
+    char key[kPackedSize];
+    user_key(a.arg(1), key);
+    char path[QX_PATH_MAX];
+    directory_path(path);
+    raise_if_failed(directory_user(path, sql, key, display));
 }
 
 // qx-usershow NAME
 int user_show(const Args &a) {
     need(a, a.count == 1);
-    char key[kPackedSize];
-    user_key(a.arg(1), key);
-    char path[QX_PATH_MAX];
-    directory_path(path);
     char display[kDisplaySize];
-    raise_if_failed(directory_find(path, key, display));
+    user_lookup(a, kFindUser, display);
     std::printf("%s\n", display);
+    return 0;
+}
+
+// qx-userdel NAME
+int user_delete(const Args &a) {
+    need(a, a.count == 1);
+    char display[kDisplaySize];
+    under_lock(a, [&] { user_lookup(a, kDeleteUser, display); });
+    std::printf("Deleted: %s\n", display);
     return 0;
 }
 
@@ -413,22 +427,6 @@ int user_list(const Args &a) {
     char path[QX_PATH_MAX];
     directory_path(path);
     raise_if_failed(directory_list(path, stdout));
-    return 0;
-}
-
-// qx-userdel NAME
-int user_delete(const Args &a) {
-    need(a, a.count == 1);
-    cl_GetCfgLock();
-    cl_LogCommandLine(a.argv);
-    char key[kPackedSize];
-    user_key(a.arg(1), key);
-    char path[QX_PATH_MAX];
-    directory_path(path);
-    char display[kDisplaySize];
-    raise_if_failed(directory_delete(path, key, display));
-    cl_FreeConfigLock();
-    std::printf("Deleted: %s\n", display);
     return 0;
 }
 
@@ -455,13 +453,12 @@ int default_mail_node(const Args &a) {
     need(a, a.count <= 2);
     int record = a.count >= 1 ? record_number(a, a.arg(1)) : 1;
     if (a.count == 2) {
-        cl_GetCfgLock();
-        cl_LogCommandLine(a.argv);
-        char key[kPackedSize];
-        mail_node_key(a.arg(2), key);
-        if (std::strlen(key) >= kRecordSize) QX_RAISE(kRecordTooLong);
-        cl_WriteDefMNode(record, key);
-        cl_FreeConfigLock();
+        under_lock(a, [&] {
+            char key[kPackedSize];
+            mail_node_key(a.arg(2), key);
+            if (std::strlen(key) >= kRecordSize) QX_RAISE(kRecordTooLong);
+            cl_WriteDefMNode(record, key);
+        });
     }
     char buf[kRecordSize];
     cl_ReadDefMNode(record, buf);
@@ -483,12 +480,7 @@ int primary_mail_node(const Args &a) {
 // qx-startcount [--count]: with --count, counts a start first.
 int start_count(const Args &a) {
     need(a, a.count == 0 || (a.count == 1 && std::strcmp(a.arg(1), "--count") == 0));
-    if (a.count == 1) {
-        cl_GetCfgLock();
-        cl_LogCommandLine(a.argv);
-        cl_IncSystemStartCount();
-        cl_FreeConfigLock();
-    }
+    if (a.count == 1) under_lock(a, [] { cl_IncSystemStartCount(); });
     std::uint32_t count = cl_GetSystemStartCount();
     std::int32_t date = cl_GetSystemStartDate();
     char when[32] = "never";
