@@ -73,15 +73,14 @@ constexpr Code kUsageHome{102, 1600};      // PROG [MAILNODE]
 
 // Bounds. A typed argument is at most kTextMax bytes: the conversion's own
 // working storage holds no more. Its packed form holds the typed fields
-// (fewer bytes than the text, the PSAP and IA conversions at most doubling a
-// value) and 161 separators, so kPackedSize bytes hold it whole.
+// (fewer bytes than the text, but a PSAP value at most doubles in packed
+// form) and 161 separators, so kPackedSize bytes hold it whole.
 constexpr std::size_t kTextMax = 4095;
 constexpr std::size_t kPackedSize = 2 * (kTextMax + 1) + 256;
 constexpr std::size_t kDisplaySize = 4080;  // the full-name formatter's result
 constexpr std::size_t kRecordSize = 1024;   // a default mail node record
 constexpr int kRecordMax = 2097151;         // records 0 .. 2^21 - 1
 constexpr int kUnitLen = 32;                // a mail node unit in sys/config
-constexpr int kLockSeconds = 60;            // cl_GetCfgLock's standard wait
 
 // The home's binary files: what qx-inithome writes.
 constexpr std::size_t kConfigSize = 512;    // at least 268: the primary node ends there
