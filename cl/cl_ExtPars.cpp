@@ -32,6 +32,7 @@ enum Reason : int {
     kTypeTooLong = 9833,
     kUnclosedExtension = 9834,
     kExtensionValueTooLong = 9835,
+    kIllegalCharacter = 8013,
 };
 
 constexpr int kNamePartMax = 4095;    // private copy of the name part
@@ -81,6 +82,14 @@ void append(char *tf, std::string_view s) {
     end[s.size()] = '\0';
 }
 void append_sep(char *tf) { append(tf, std::string_view(&kFieldSep, 1)); }
+
+// Extension types and values are copied as typed, but a separator byte in
+// them would move every later field of the packed text: refused.
+constexpr char kSeparators[] = {kFieldSep, kGroupEnd};
+void append_typed(char *tf, std::string_view s) {
+    if (s.find_first_of(std::string_view(kSeparators, 2)) != std::string_view::npos) CL_RAISE(kGroup, kIllegalCharacter);
+    append(tf, s);
+}
 
 // Checks a standard value for its field. A marker at its end (an unescaped
 // '*' typed with allowMarker) is not part of what is checked.
@@ -135,7 +144,7 @@ const char *parse_extension(char *tf, const char *cursor, int number) {
         const auto stretch = static_cast<int>(stop - cursor);
         if (gen_StrippedStrLen(cursor, stretch) > 0) {
             if (stretch > kTypeMax) CL_RAISE(kGroup, kTypeTooLong);
-            append(tf, std::string_view(cursor, static_cast<std::size_t>(stretch)));
+            append_typed(tf, std::string_view(cursor, static_cast<std::size_t>(stretch)));
             cursor = skip_white(stop + 1);
         } else {
             cursor = skip_white(stop + 1);
@@ -148,7 +157,7 @@ const char *parse_extension(char *tf, const char *cursor, int number) {
     append_sep(tf);
     const auto n = static_cast<std::size_t>(stop - cursor);
     if (n > static_cast<std::size_t>(kExtensionValueMax)) CL_RAISE(kGroup, kExtensionValueTooLong);
-    append(tf, std::string_view(cursor, n));
+    append_typed(tf, std::string_view(cursor, n));
     append_sep(tf);
     return stop + 1;
 }

@@ -107,6 +107,8 @@ TEST(FullName, ReasonsTranslationAndIndex) {
         {"Smith/(a|b|c)", 9832, 1}, {"Smith/(x)(a|b|c)", 9832, 2}, {"Smith/(abcdefghi|x)", 9833, 1},
         {"Smith/(a)(b)(c)(x", 9834, 4}, {"Smith/(ref|x", 9834, 1}, {"Smith/(" + v128 + "v)", 9835, 1},
         {"Smith/(a)(b)(c)(d)(e)", 9806, kUntouched},
+        // A separator byte would move the fields after it.
+        {"Smith/S(a\x1D" "b)", 8013, kUntouched}, {"Smith/S(t\x17|v)", 8013, kUntouched},
     };
     for (const auto &c : cases) {
         Full f = full(c.typed);
