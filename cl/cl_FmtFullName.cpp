@@ -10,12 +10,7 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_format";
 
-constexpr int kCommonName = 32;
-constexpr int kLastGroup2 = 63;
-constexpr int kDisplayName = 128;
-constexpr int kAlternateName = 129;
-constexpr int kIA = 130;
-constexpr int kCV = 160;
+using namespace fmt::field;
 
 // Bound: 4079 characters each (fmt::kFullSize); longer texts are cut.
 fmt::Text g_result{fmt::kFullSize};

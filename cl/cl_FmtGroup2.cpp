@@ -11,10 +11,8 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_format";
 
-constexpr int kCommonName = 32;
-constexpr int kPSAP = 35;
-constexpr int kPostalAddress = 46;
-constexpr int kIA = 130;
+using namespace fmt::field;
+
 constexpr char kPostalSeparator = '\x18';
 constexpr int kListTooLong = 4670;  // catalogue: attribute-list form over 4096 characters
 

@@ -14,7 +14,8 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_format";
 
-constexpr int kIA = 130;
+using namespace fmt::field;
+
 constexpr const char kStored[] = "UTF8";
 constexpr const char kFallback[] = "IA5";
 constexpr int kInternalNameSize = 15;  // at most 14 characters, by contract

@@ -10,8 +10,7 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_format";
 
-constexpr int kCommonName = 32;
-constexpr int kIA = 130;
+using namespace fmt::field;
 
 // Bound: 4079 characters each (fmt::kFullSize); longer texts are cut.
 fmt::Text g_personal{fmt::kFullSize};

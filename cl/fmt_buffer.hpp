@@ -88,6 +88,18 @@ constexpr int kGroup345Size = 8194;  // converted attribute entries
 constexpr int kFullSize = 4080;      // full-name and personal-name texts
 
 constexpr int kAllFields = 161;
+
+// Field numbers the formatters address.
+namespace field {
+constexpr int kCommonName = 32;  // the group 2 field of the personal-name text
+constexpr int kPSAP = 35;
+constexpr int kPostalAddress = 46;
+constexpr int kLastGroup2 = 63;
+constexpr int kDisplayName = 128;
+constexpr int kAlternateName = 129;
+constexpr int kIA = 130;
+constexpr int kCV = 160;
+}  // namespace field
 constexpr const char kKeyChars[] = "/=*[]%";
 
 // Copies s into work (size bytes), cut like Text::append.

@@ -3,45 +3,13 @@
 // of groups 3 to 5.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <map>
 #include <string>
 
-#include "da.h"
-#include "os.h"
-#include "testkit.hpp"
+#include "format_support.hpp"
 
 namespace {
 
-using Fields = std::map<int, std::string>;
-
-std::string tf(const Fields &fields) {
-    char **slots = nullptr;
-    cl_UnPackToLargeArray("", &slots);
-    std::size_t total = 162;
-    for (const auto &[field, value] : fields) {
-        slots[field] = os_strdup(value.c_str());
-        total += value.size();
-    }
-    std::string out(total, '\0');
-    cl_ORNArray2Tf(slots, out.data());
-    cl_FreeArray(slots);
-    return out.c_str();
-}
-
-struct Table {
-    char **t = nullptr;
-    explicit Table(const Fields &fields) {
-        std::string text = tf(fields);
-        nm_ParsedORN parsed;
-        int status = 0;
-        nm_ParseORN(text.c_str(), &parsed, &status);
-        cl_UnpackFullORN(text.c_str(), &t, &parsed, 161, static_cast<int>(text.size()));
-    }
-    ~Table() { cl_FreeORN(t); }
-};
-
-std::string name(int field) { return da_AttribNumberToLocName(da_nmFieldNum2DANum(field)); }
+using namespace format_support;
 
 ccs_Descriptor charset(const char *set) {
     ccs_Descriptor d{};

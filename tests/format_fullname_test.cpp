@@ -2,33 +2,13 @@
 // the mail-node form, the static-buffer rules and the bounds.
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <map>
 #include <string>
 
-#include "da.h"
-#include "os.h"
-#include "testkit.hpp"
+#include "format_support.hpp"
 
 namespace {
 
-using Fields = std::map<int, std::string>;
-
-std::string tf(const Fields &fields) {
-    char **slots = nullptr;
-    cl_UnPackToLargeArray("", &slots);
-    std::size_t total = 162;
-    for (const auto &[field, value] : fields) {
-        slots[field] = os_strdup(value.c_str());
-        total += value.size();
-    }
-    std::string out(total, '\0');
-    cl_ORNArray2Tf(slots, out.data());
-    cl_FreeArray(slots);
-    return out.c_str();
-}
-
-std::string name(int field) { return da_AttribNumberToLocName(da_nmFieldNum2DANum(field)); }
+using namespace format_support;
 
 class FullName : public ::testing::Test {
 protected:
@@ -40,11 +20,6 @@ protected:
     ccs_Descriptor utf8{};
     const Fields john = {{0, "Smith"}, {1, "John"}};
 };
-
-Fields with(Fields base, const Fields &extra) {
-    base.insert(extra.begin(), extra.end());
-    return base;
-}
 
 TEST_F(FullName, ExamplesOfTheWrappers) {
     Fields f = with(john, {{4, "Sales"}, {32, "JS"}, {70, "x"}});
@@ -120,14 +95,7 @@ TEST_F(FullName, StaticBufferRules) {
     cl_FormatFullName(b.c_str(), &utf8);
     EXPECT_STREQ(copy, "John Smith ");
     // The personal-name text of group 1 is shared by every path that makes it.
-    std::string text = tf(john);
-    nm_ParsedORN parsed;
-    int status = 0;
-    nm_ParseORN(text.c_str(), &parsed, &status);
-    char **table = nullptr;
-    cl_UnpackFullORN(text.c_str(), &table, &parsed, 161, static_cast<int>(text.size()));
-    char *pn = cl_FrmtGroup1PNPP(table);
-    cl_FreeORN(table);
+    char *pn = cl_FrmtGroup1PNPP(Table(john).t);
     cl_FormatPersonalName(b.c_str(), &utf8);
     EXPECT_STREQ(pn, "Jones ");
     cl_FormatG1PersonalName(a.c_str());
@@ -152,18 +120,6 @@ TEST_F(FullName, TraceIds) {
     EXPECT_EQ(traces.named("cl_FormatPersonalName").front(), (testkit::TraceRecord{21, "cl_FormatPersonalName", 1}));
     EXPECT_EQ(traces.named("cl_RealFormatPersonalName").size(), 2u);
     er_SubSystemLoggingLevel = saved;
-}
-
-bool valid_utf8(const std::string &s) {
-    for (std::size_t i = 0; i < s.size();) {
-        auto c = static_cast<unsigned char>(s[i]);
-        std::size_t n = c < 0x80 ? 1 : c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : 4;
-        if (i + n > s.size()) return false;
-        for (std::size_t k = 1; k < n; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
-        i += n;
-    }
-    return true;
 }
 
 // Every field at its largest packed size (4079 bytes), of UTF-8 text full
@@ -205,14 +161,9 @@ TEST_F(FullName, MaximumSizeFieldsStayWithinTheBuffers) {
     EXPECT_EQ(latin.compare(0, 4, "a\xC3\xA9|"), 0);  // group 1 stays UTF-8; '/' mapped to '|'
     EXPECT_TRUE(testkit::run([&] { cl_FormatAsciiEncoded(text.c_str()); }).is(100, 4670));
 
-    nm_ParsedORN parsed;
-    int status = 0;
-    nm_ParseORN(text.c_str(), &parsed, &status);
-    char **table = nullptr;
-    cl_UnpackFullORN(text.c_str(), &table, &parsed, 161, static_cast<int>(text.size()));
-    std::string converted = cl_FrmtGroup345PP(table, &latin1, 64, 160, 1);
-    std::string entries = cl_FrmtGroup2PP(table, 0, 160, 1);
-    cl_FreeORN(table);
+    Table table(text, 161);
+    std::string converted = cl_FrmtGroup345PP(table.t, &latin1, 64, 160, 1);
+    std::string entries = cl_FrmtGroup2PP(table.t, 0, 160, 1);
     EXPECT_EQ(converted.size(), 8193u);
     EXPECT_EQ(entries.size(), 4096u);
 }

@@ -2,56 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <map>
 #include <string>
 
-#include "os.h"
-#include "testkit.hpp"
+#include "format_support.hpp"
 
 namespace {
 
-using Fields = std::map<int, std::string>;
-
-std::string tf(const Fields &fields) {
-    char **slots = nullptr;
-    cl_UnPackToLargeArray("", &slots);
-    std::size_t total = 162;
-    for (const auto &[field, value] : fields) {
-        slots[field] = os_strdup(value.c_str());
-        total += value.size();
-    }
-    std::string out(total, '\0');
-    cl_ORNArray2Tf(slots, out.data());
-    cl_FreeArray(slots);
-    return out.c_str();
-}
-
-struct Table {
-    char **t = nullptr;
-    Table(const std::string &text, int count, int length = -1) {
-        nm_ParsedORN parsed;
-        int status = 0;
-        nm_ParseORN(text.c_str(), &parsed, &status);
-        cl_UnpackFullORN(text.c_str(), &t, &parsed, count, length < 0 ? static_cast<int>(text.size()) : length);
-    }
-    ~Table() { cl_FreeORN(t); }
-};
+using namespace format_support;
 
 std::string group1(const Fields &fields, int mailNodeOnly) {
     Table table(tf(fields), 23);
     return cl_FrmtGroup1PP(table.t, mailNodeOnly);
-}
-
-bool valid_utf8(const std::string &s) {
-    for (std::size_t i = 0; i < s.size();) {
-        auto c = static_cast<unsigned char>(s[i]);
-        std::size_t n = c < 0x80 ? 1 : c >= 0xC2 && c <= 0xDF ? 2 : c >= 0xE0 && c <= 0xEF ? 3 : 4;
-        if (i + n > s.size()) return false;
-        for (std::size_t k = 1; k < n; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) return false;
-        i += n;
-    }
-    return true;
 }
 
 TEST(FieldTable, FieldsLieInOrderInOneBlock) {
@@ -88,25 +49,20 @@ TEST(FieldTable, AShortLengthCutsFieldsInsteadOfOverrunning) {
 }
 
 TEST(Group1, ExamplesWithAndWithoutThePersonalName) {
-    const Fields name = {{0, "Smith"}, {1, "John"}};
-    auto with = [&](Fields extra) {
-        Fields f = name;
-        f.insert(extra.begin(), extra.end());
-        return f;
-    };
+    const Fields john = {{0, "Smith"}, {1, "John"}};
     struct Case {
         Fields fields;
         const char *full;
         const char *mail_node;
     } cases[] = {
-        {name, "John Smith ", ""},
-        {with({{4, "Sales"}, {5, "Europe"}}), "John Smith /Sales,Europe", "Sales,Europe"},
-        {with({{4, "Sales"}, {5, "Europe"}, {8, "x"}, {10, "z"}}), "John Smith /Sales,Europe/x//z", "Sales,Europe/x//z"},
-        {with({{15, "T1"}, {16, "blue"}}), "John Smith / (T1|blue) ", " (T1|blue) "},
+        {john, "John Smith ", ""},
+        {with(john, {{4, "Sales"}, {5, "Europe"}}), "John Smith /Sales,Europe", "Sales,Europe"},
+        {with(john, {{4, "Sales"}, {5, "Europe"}, {8, "x"}, {10, "z"}}), "John Smith /Sales,Europe/x//z", "Sales,Europe/x//z"},
+        {with(john, {{15, "T1"}, {16, "blue"}}), "John Smith / (T1|blue) ", " (T1|blue) "},
         {{{4, "Sales"}, {18, "red"}}, "/Sales (|) (|red) ", "Sales (|) (|red) "},
         {{{4, "Sales"}}, "/Sales", "Sales"},
         {{}, "", ""},
-        {with({{8, "x"}}), "John Smith //x", "/x"},
+        {with(john, {{8, "x"}}), "John Smith //x", "/x"},
         {{{4, "A"}, {14, "w"}}, "/A///////w", "A///////w"},
         {{{4, "A"}, {7, "D"}}, "/A,,,D", "A,,,D"},
         {{{6, "C"}}, "/,,C", ",,C"},

@@ -261,6 +261,17 @@ void view_free(PSAPView &v) {
     fstr_StrFree(&v.nsaps);
 }
 
+// Reads one form into a view and, when it is valid, writes the other to out.
+bool convert_psap(std::string_view text, fstr_String &out, bool (*read)(std::string_view, PSAPView &),
+                  void (*write)(fstr_String &, const PSAPView &)) {
+    PSAPView v;
+    view_init(v);
+    bool ok = read(text, v);
+    if (ok) write(out, v);
+    view_free(v);
+    return ok;
+}
+
 // CV.
 
 constexpr std::string_view kSimpleCV = "S:";
@@ -302,14 +313,8 @@ const char *da_EscapeKeyCharsTx(const char *text, const char *charsetName, const
 const char *da_PSAPConvTFToAtt(const char *value, int len, int *status) {
     std::string_view text(value, da::length_of(value, len));
     fstr_String &out = da::g_psap_att.fresh();
-    da::PSAPView v;
-    da::view_init(v);
-    bool ok = da::read_packed_form(text, v);
-    if (ok)
-        da::write_attribute_form(out, v);
-    else
-        da::cat_bytes(out, text.data(), text.size());
-    da::view_free(v);
+    bool ok = da::convert_psap(text, out, da::read_packed_form, da::write_attribute_form);
+    if (!ok) da::cat_bytes(out, text.data(), text.size());
     if (status) *status = ok ? 0 : 1;
     return out.text;
 }
@@ -318,14 +323,8 @@ const char *da_PSAPConvTFToAtt(const char *value, int len, int *status) {
 const char *da_PSAPConvAttToTF(const char *value, int len, int *outLen) {
     std::string_view text(value, da::length_of(value, len));
     fstr_String &out = da::g_psap_tf.fresh();
-    da::PSAPView v;
-    da::view_init(v);
-    if (!da::read_attribute_form(text, v)) {
-        da::view_free(v);
+    if (!da::convert_psap(text, out, da::read_attribute_form, da::write_packed_form))
         er_TracedEscape(100, da::kBadPSAP, da::kSourceFile, __LINE__);
-    }
-    da::write_packed_form(out, v);
-    da::view_free(v);
     if (outLen) *outLen = out.length;
     return out.text;
 }

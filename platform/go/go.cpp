@@ -139,33 +139,30 @@ bool is_utf8(const char *set) {
     return name && std::strcmp(name, "UTF-8") == 0;
 }
 
-std::size_t length_of(const char *text, int len) { return len < 0 ? std::strlen(text) : static_cast<std::size_t>(len); }
+// Both conversions: text unchanged without a converter for the pair, or
+// (kRetain) when any character cannot be converted.
+const char *convert(const char *text, int len, const char *from, const char *to, OnLoss on_loss) {
+    std::size_t n = len < 0 ? std::strlen(text) : static_cast<std::size_t>(len);
+    Buffer &b = next_buffer();
+    iconv_t cd = handle(from, to);
+    if (cd == kNoHandle) return copy_unchanged(b, text, n);
+    int lost = 0;
+    const char *out = run(b, cd, text, n, is_utf8(from), on_loss, &lost);
+    if (lost) log_loss(lost, from ? from : "UTF8", to ? to : "UTF8");
+    return out ? out : copy_unchanged(b, text, n);
+}
 
 }  // namespace
 }  // namespace go
 
 extern "C" {
 
-// Without a converter for the pair, the text is returned unchanged.
 const char *go_ConvertStrEscapeLog(const char *text, int len, const char *from, const char *to) {
-    std::size_t n = go::length_of(text, len);
-    go::Buffer &b = go::next_buffer();
-    iconv_t cd = go::handle(from, to);
-    if (cd == go::kNoHandle) return go::copy_unchanged(b, text, n);
-    int lost = 0;
-    const char *out = go::run(b, cd, text, n, go::is_utf8(from), go::OnLoss::kQuestionMark, &lost);
-    if (lost) go::log_loss(lost, from ? from : "UTF8", to ? to : "UTF8");
-    return out;
+    return go::convert(text, len, from, to, go::OnLoss::kQuestionMark);
 }
 
 const char *go_ConvertStringOrRetain(const char *text, int len, const char *from, const char *to) {
-    std::size_t n = go::length_of(text, len);
-    go::Buffer &b = go::next_buffer();
-    iconv_t cd = go::handle(from, to);
-    if (cd == go::kNoHandle) return go::copy_unchanged(b, text, n);
-    int lost = 0;
-    const char *out = go::run(b, cd, text, n, false, go::OnLoss::kRetain, &lost);
-    return out ? out : go::copy_unchanged(b, text, n);
+    return go::convert(text, len, from, to, go::OnLoss::kRetain);
 }
 
 }  // extern "C"
