@@ -22,7 +22,8 @@ constexpr int kLossLevel = 9;
 constexpr int kLossReason = 4672;  // catalogue: characters written as '?'
 const iconv_t kNoHandle = reinterpret_cast<iconv_t>(-1);
 
-// Handle cache.
+// Handle cache: the known sets are few (every pair of them fits), so each
+// handle is opened once and stays open.
 struct Handle {
     const char *from;  // iconv names, static in the ccs_ table
     const char *to;
