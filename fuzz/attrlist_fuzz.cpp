@@ -4,55 +4,67 @@
 // reader makes is written again with cl_FormatAsciiEncoded and must read
 // back to itself. Text without a backslash and without an entry for an
 // encoded field reads the same in both variants.
+#include "enc.h"
 #include "fuzz_support.hpp"
 
 namespace {
 
-// The documented bound of the output: every field at most one value long.
-constexpr std::size_t kOutSize = fuzz::kReaderValue * fuzz::kFields + fuzz::kFields;
+// The output holds at most the input's bytes (decoding never lengthens a
+// value) and a separator per field.
+std::size_t out_size(const std::string &text) { return text.size() + fuzz::kFields + 1; }
 
-// The readers hold a name of at most 20 and a value of at most 835
-// characters; longer ones must not reach them. Counts as they read: a
-// backslash (ascii variant) makes the next character literal.
-bool within_reader_limits(const std::string &text, bool ascii) {
-    std::size_t name = 0;
-    std::size_t value = 0;
+// The entries as the readers see them: name and value, a backslash making
+// the next character literal in the ascii-encoded variant.
+struct Entry {
+    std::string name, value;
+    int field = -1;
+};
+
+std::vector<Entry> entries_of(const std::string &text, bool ascii) {
+    std::vector<Entry> entries(1);
     bool in_value = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
         if (ascii && c == '\\') {
             if (++i == text.size()) break;
-        } else if (c == '=') {
-            if (in_value) return true;  // refused here; nothing more is read
+            c = text[i];
+        } else if (c == '=' && !in_value) {
             in_value = true;
             continue;
-        } else if (c == '/') {
-            if (!in_value) return true;
+        } else if (c == '/' && in_value) {
+            entries.emplace_back();
             in_value = false;
-            name = value = 0;
             continue;
         }
-        if (++(in_value ? value : name) > (in_value ? fuzz::kReaderValue : fuzz::kReaderName)) return false;
+        (in_value ? entries.back().value : entries.back().name) += c;
     }
-    return true;
+    for (Entry &e : entries) {
+        const char *tag = da_FindAttribIntName(e.name.c_str());
+        e.field = da_AttIdToORNIndex(tag, static_cast<int>(std::strlen(tag)));
+    }
+    return entries;
 }
 
 // True when some entry names a field whose values the ascii-encoded variant
 // decodes. Text with a backslash has its own reading; call only without.
 bool names_an_encoded_field(const std::string &text) {
-    std::size_t start = 0;
-    while (start <= text.size()) {
-        std::size_t end = text.find('/', start);
-        if (end == std::string::npos) end = text.size();
-        std::string entry = text.substr(start, end - start);
-        std::size_t eq = entry.find('=');
-        if (eq != std::string::npos) {
-            std::string name = entry.substr(0, eq);
-            const char *tag = da_FindAttribIntName(name.c_str());
-            int field = da_AttIdToORNIndex(tag, static_cast<int>(std::strlen(tag)));
-            if (field >= 0 && cl_ShouldAsciiEncode(field)) return true;
+    for (const Entry &e : entries_of(text, false))
+        if (e.field >= 0 && cl_ShouldAsciiEncode(e.field)) return true;
+    return false;
+}
+
+// Open fault (tests/fuzz_regressions_test.cpp): the readers store a value
+// as read, or as decoded, so a 0x1D or 0x17 in it spills into the following
+// fields. Names read from such text are not checked until that is fixed.
+bool holds_separator(const std::string &text, bool ascii) {
+    for (const Entry &e : entries_of(text, ascii)) {
+        std::string value = e.value;
+        if (ascii && e.field >= 0 && cl_ShouldAsciiEncode(e.field) && !value.empty()) {
+            int len = 0;
+            const char *decoded = enc_DecodeFromAscii(value.c_str(), &len);
+            value.assign(decoded ? decoded : "", decoded ? static_cast<std::size_t>(len) : 0);
         }
-        start = end + 1;
+        if (value.find_first_of("\x1D\x17") != std::string::npos) return true;
     }
     return false;
 }
@@ -63,7 +75,7 @@ struct Read {
 };
 
 Read read(const std::string &text, bool ascii) {
-    auto out = fuzz::buffer("", kOutSize);
+    auto out = fuzz::buffer("", out_size(text));
     Read r;
     r.escape = fuzz::run([&] {
         if (ascii)
@@ -80,9 +92,10 @@ Read read(const std::string &text, bool ascii) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     fuzz::Input in = fuzz::split(data, size);
     const bool ascii = in.flags & 1;
-    if (!in.ok || !within_reader_limits(in.text, ascii)) return -1;
+    if (!in.ok) return -1;
 
     Read r = read(in.text, ascii);
+    if (holds_separator(in.text, ascii)) return 0;
     fuzz::Fields name;
     if (!r.escape.raised) fuzz::expect(fuzz::fields_of(r.tf, name), "a reader wrote text outside the packed form", r.tf);
 
