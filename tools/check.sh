@@ -13,3 +13,4 @@ run() {  # dir, extra cmake args...
 run build/check
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run build/check-sanitize -DCL_SANITIZE=ON
+bash tools/fuzz.sh 10  # every fuzz harness for 10 s (clang, ASan, UBSan, LSan)
