@@ -12,6 +12,10 @@ dir=${CL_VALGRIND_BUILD:-build/valgrind}
 cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Debug >/dev/null
 cmake --build "$dir" -j "$(nproc)"
 
+# Tests that run their own binary again through /proc/self/exe, which under
+# valgrind is valgrind's launcher and refuses to start: run without them.
+skip=${CL_VALGRIND_SKIP:-TrailingSpace.SwitchReadOncePerProcess}
+
 suites=("$@")
 if [ ${#suites[@]} -eq 0 ]; then
   for t in "$dir"/tests/*_test; do suites+=("$(basename "$t")"); done
@@ -21,7 +25,7 @@ for suite in "${suites[@]}"; do
   echo "== $suite"
   if ! (cd "$dir/tests" && valgrind --tool=memcheck --quiet --error-exitcode=99 --leak-check=full \
       --show-leak-kinds=definite,indirect --errors-for-leak-kinds=definite,indirect \
-      --track-origins=yes --track-fds=no "./$suite" --gtest_brief=1); then
+      --track-origins=yes --track-fds=no "./$suite" --gtest_brief=1 --gtest_filter="-$skip"); then
     failed+=("$suite")
   fi
 done
@@ -29,4 +33,4 @@ if [ ${#failed[@]} -gt 0 ]; then
   echo "valgrind reports errors in: ${failed[*]}" >&2
   exit 1
 fi
-echo "valgrind: ${#suites[@]} suites clean"
+echo "valgrind: no errors in ${#suites[@]} suite(s)"
