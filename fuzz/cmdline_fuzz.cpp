@@ -18,11 +18,11 @@ constexpr std::size_t kTextMax = 3072;
 
 std::size_t out_size(const std::string &text) { return 16 * text.size() + 8192; }
 
-// Open faults (tests/fuzz_regressions_test.cpp): a second unescaped '=' in
+// Open fault (tests/fuzz_regressions_test.cpp): a second unescaped '=' in
 // one attribute (handed over as 0x1D), or a typed 0x17, reaches the packed
-// text unchecked in the postal address, the CV value, the T.61 fields and
-// the extension attributes, and spills into the following fields. Names
-// from such arguments are not compared until that is fixed.
+// text unchecked in the postal address, the CV value and the T.61 fields,
+// and spills into the following fields. Names from such arguments are not
+// compared until that is fixed.
 bool typed_separator(const std::string &text) {
     if (text.find('\x17') != std::string::npos) return true;  // escaped or not
     int equals = 0;
