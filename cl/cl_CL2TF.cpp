@@ -267,6 +267,9 @@ void store_attribute(char **array, int field, char *value, int len, int allowMar
     if (array[field]) CL_RAISE(100, 4635);
     bool exempt = field == kCVField || field == kPSAPField || field == kPostalField || nm_IsT61Field(field);
     if (!exempt) check_controls(field, value, len, allowMarker);
+    // Whatever the field, a separator of the packed form would move the
+    // fields after it (field 130 turns 0x1D into '=' itself).
+    else if (holds_separator(value, len)) CL_RAISE(100, 4636);
     array[field] = stored_value(field, value, len);
 }
 
@@ -418,21 +421,25 @@ int list_field(Span name, bool escapes) {
     return da_AttIdToORNIndex(internal, static_cast<int>(std::strlen(internal)));
 }
 
+// Stores one entry. The copy belongs to the array from the start, so an
+// escape on the way (a decoded value holding a separator of the packed
+// form, 4636) releases it with the array.
 void store_list_entry(char **array, Span name, Span value, ListForm form) {
     const bool escapes = form == ListForm::kAsciiEncoded;
     int field = list_field(name, escapes);
     if (field == DA_NO_FIELD) return;
     auto *copy = static_cast<char *>(os_malloc(static_cast<std::size_t>(value.end - value.begin) + 1));
     unescape(value, escapes, copy);
+    os_free(array[field]);
+    array[field] = copy;
     if (escapes && cl_ShouldAsciiEncode(field)) {
         int n = 0;
         char *decoded = enc_DecodeFromAscii(copy, &n);
+        if (holds_separator(decoded, n)) CL_RAISE(100, 4636);
         decoded[n] = '\0';
+        array[field] = os_strdup(decoded);
         os_free(copy);
-        copy = os_strdup(decoded);
     }
-    os_free(array[field]);
-    array[field] = copy;
 }
 
 // One reader for both forms. With a null array it checks the syntax alone,
@@ -449,6 +456,7 @@ void read_list(const char *text, ListForm form, char **array) {
         if (escapes && *p == kEscape) {  // the next character, if any, is literal
             if (!p[1]) continue;
             ++p;
+            if (*p == kFieldSep || *p == kGroupEnd) CL_RAISE(100, 4636);
             ++(inValue ? valueChars : nameChars);
             continue;
         }
@@ -467,6 +475,7 @@ void read_list(const char *text, ListForm form, char **array) {
             inValue = false;
             nameChars = valueChars = 0;
         } else {
+            if (*p == kFieldSep || *p == kGroupEnd) CL_RAISE(100, 4636);
             ++(inValue ? valueChars : nameChars);
         }
     }
@@ -479,11 +488,20 @@ void read_list(const char *text, ListForm form, char **array) {
     if (array) store_list_entry(array, name, value, form);
 }
 
+// The syntax is checked before anything is allocated; the second reading
+// stores, and releases the array if a value is refused on the way.
 void list_to_tf(const char *text, char *out, ListForm form) {
     read_list(text, form, nullptr);
-    char **array = nullptr;
-    cl_UnPackToLargeArray("", &array);
-    read_list(text, form, array);
+    char **volatile array = nullptr;
+    pass_on_block(
+        CL_HERE,
+        [&] {
+            char **fresh = nullptr;
+            cl_UnPackToLargeArray("", &fresh);
+            array = fresh;
+            read_list(text, form, fresh);
+        },
+        [&] { cl_FreeArray(array); });
     cl_ORNArray2Tf(array, out);
     cl_FreeArray(array);
 }

@@ -38,6 +38,7 @@ enum Reason : int {
 constexpr int kNamePartMax = 4095;    // private copy of the name part
 constexpr int kStandardValueMax = 64;
 constexpr int kFirstStandardField = 8;
+constexpr int kLastStandardField = 14;
 constexpr int kFirstExtensionField = 15;
 constexpr int kExtensionsMax = 4;
 constexpr int kTypeMax = 8;
@@ -92,11 +93,12 @@ void append_typed(char *tf, std::string_view s) {
 }
 
 // Checks a standard value for its field. A marker at its end (an unescaped
-// '*' typed with allowMarker) is not part of what is checked.
+// '*' typed with allowMarker) is not part of what is checked; the marker
+// alone fits any standard field, and no field past them.
 bool value_acceptable(char *value, int field, bool allow_marker) {
     std::size_t n = std::strlen(value);
     if (allow_marker && value[n - 1] == kMarker) {
-        if (n == 1) return true;
+        if (n == 1) return field <= kLastStandardField;
         value[n - 1] = '\0';
         const bool ok = nm_CheckField(value, field) != 0;
         value[n - 1] = kMarker;

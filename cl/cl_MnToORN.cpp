@@ -13,6 +13,9 @@ namespace {
 constexpr const char kSourceFile[] = "cl/cl_MnToORN";
 
 constexpr int kLastSeparator = 3;  // four units: three separators at most
+constexpr int kFirstUnitField = 4;
+// Separators after the prefix that still open a field of the name.
+constexpr int kSeparatorsMax = kLastField - kFirstUnitField;
 
 constexpr char kEmptyPrefix[] = "\x1D\x1D\x1D\x1D";
 constexpr char kPlaceHolderPrefix[] = "S\x1D" "F\x1D" "I\x1D" "G\x1D";
@@ -43,11 +46,28 @@ void trim_fields(char *s) {
     *w = '\0';
 }
 
+// Refuses what would not stay in its field of the packed text: a typed
+// separator byte (8013), or more '/' parts than the name has fields (4673).
+// Checked before anything is written, so a refused mail node leaves the
+// caller's buffer as it was.
+void check_mail_node(const char *mailNode) {
+    int separators = 0;
+    for (const char *p = mailNode; *p; ++p) {
+        if (*p == kFieldSep || *p == kGroupEnd) CL_RAISE(100, 8013);
+        if (*p == '/')
+            separators = (separators < kLastSeparator ? kLastSeparator : separators) + 1;
+        else if (*p == ',' && separators < kLastSeparator)
+            ++separators;
+        if (separators > kSeparatorsMax) CL_RAISE(100, 4673);
+    }
+}
+
 // Writes the mail node's units after the prefix, directly into the caller's
 // buffer (which holds the prefix, the mail node and one byte per unit), then
 // trims and maps the substitute characters of the part written.
 void real_mn_to_orn(char *out, const char *mailNode, const char *prefix) {
     Trace t(kTrace19, "cl_RealMnToORName");
+    check_mail_node(mailNode);
     std::strcpy(out, prefix);
     char *start = out + std::strlen(prefix);
     char *o = start;

@@ -11,5 +11,12 @@ constexpr int kFieldCount = 161;     // fields 0 to 160
 constexpr int kGroupSize = 32;
 constexpr int kLastField = 160;
 
+// True when text holds a byte that would end its field in packed text.
+constexpr bool holds_separator(const char *text, long len) {
+    for (long i = 0; i < len; ++i)
+        if (text[i] == kFieldSep || text[i] == kGroupEnd) return true;
+    return false;
+}
+
 }  // namespace cl
 #endif
