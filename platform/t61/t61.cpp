@@ -62,11 +62,53 @@ struct Converter {
 
 Converter g_converter;
 
-// The typed text as UTF-8 in g_utf8 (its length in *outLen), or null when
-// the set is unknown or the text is not valid in it. UTF-8 to UTF-8 goes
-// through iconv too, which checks the sequences.
+// True when text is well-formed UTF-8 (every sequence a Unicode scalar
+// value: no overlong forms, no surrogates, nothing above U+10FFFF). That is
+// exactly what iconv's UTF-8 decoder accepts, and it hands such text back
+// unchanged.
+bool well_formed_utf8(std::string_view text) {
+    const auto *p = reinterpret_cast<const unsigned char *>(text.data());
+    const unsigned char *end = p + text.size();
+    while (p < end) {
+        unsigned char b = *p;
+        if (b < 0x80) {
+            ++p;
+            continue;
+        }
+        // Lead byte: the sequence length and the range of its second byte.
+        std::size_t n = 0;
+        unsigned char lo = 0x80, hi = 0xBF;
+        if (b >= 0xC2 && b <= 0xDF) {
+            n = 2;
+        } else if (b >= 0xE0 && b <= 0xEF) {
+            n = 3;
+            if (b == 0xE0) lo = 0xA0;  // no overlong form
+            if (b == 0xED) hi = 0x9F;  // no surrogate
+        } else if (b >= 0xF0 && b <= 0xF4) {
+            n = 4;
+            if (b == 0xF0) lo = 0x90;  // no overlong form
+            if (b == 0xF4) hi = 0x8F;  // nothing above U+10FFFF
+        } else {
+            return false;
+        }
+        if (static_cast<std::size_t>(end - p) < n || p[1] < lo || p[1] > hi) return false;
+        for (std::size_t k = 2; k < n; ++k)
+            if ((p[k] & 0xC0) != 0x80) return false;
+        p += n;
+    }
+    return true;
+}
+
+// The typed text as UTF-8 (its length in *outLen), or null when the set is
+// unknown or the text is not valid in it. Text named UTF-8 that is already
+// well-formed is used as it stands; any other text goes through iconv (into
+// g_utf8), which checks the sequences.
 const char *to_utf8(std::string_view text, const char *charset, std::size_t *outLen) {
     const char *iconvName = ccs_IconvName(charset ? charset : "UTF8");
+    if (iconvName && std::strcmp(iconvName, kInternalSet) == 0 && well_formed_utf8(text)) {
+        *outLen = text.size();
+        return text.data();
+    }
     if (!iconvName || !g_converter.open(iconvName)) return nullptr;
     std::size_t capacity = text.size() * 2 + 8;
     for (;;) {
@@ -88,32 +130,39 @@ const char *to_utf8(std::string_view text, const char *charset, std::size_t *out
     }
 }
 
-// The special characters with their replacement strings, and the bytes the
-// transformed text reserves for its own meaning.
+// What each byte of the text is to the transformation: one table of 256
+// entries, built per call from the special characters, the escape character
+// and the bytes the transformed text reserves for its own meaning (0x05 and
+// the control bytes of the replacement strings). A reserved byte is refused
+// wherever it stands, even as the escape character or a special; the escape
+// character comes before the specials; a special listed twice takes its
+// first position.
+constexpr signed char kLiteral = -1;
+constexpr signed char kReserved = -2;
+constexpr signed char kEscapeChar = -3;
+// Any other value: the position of the special character.
+
 struct Specials {
-    const char *chars;
     const char *const *replacements;
     std::size_t longest = 1;
-    bool reserved[32] = {};
+    signed char action[256];
 
-    Specials(const char *specials, const char *const *reps) : chars(specials ? specials : ""), replacements(reps) {
-        reserved[static_cast<unsigned char>(kRepeatedDelimiter)] = true;
+    Specials(const char *specials, const char *const *reps, char esc) : replacements(reps) {
+        const char *chars = specials ? specials : "";
+        std::memset(action, kLiteral, sizeof action);
+        for (std::size_t k = std::strlen(chars); k-- > 0;)  // last to first: the first position wins
+            action[static_cast<unsigned char>(chars[k])] = static_cast<signed char>(k);
+        action[static_cast<unsigned char>(esc)] = kEscapeChar;
+        action[static_cast<unsigned char>(kRepeatedDelimiter)] = kReserved;
         for (std::size_t k = 0; chars[k]; ++k) {
             const char *r = replacements[k];
             longest = std::max(longest, std::strlen(r));
             for (; *r; ++r)
-                if (static_cast<unsigned char>(*r) < 32) reserved[static_cast<unsigned char>(*r)] = true;
+                if (static_cast<unsigned char>(*r) < 32) action[static_cast<unsigned char>(*r)] = kReserved;
         }
+        action[0] = kLiteral;  // the text holds no NUL: its end is its length
     }
-    int index(char c) const {
-        if (c == '\0') return -1;
-        const char *p = std::strchr(chars, c);
-        return p ? static_cast<int>(p - chars) : -1;
-    }
-    bool is_reserved(char c) const {
-        auto b = static_cast<unsigned char>(c);
-        return b < 32 && reserved[b];
-    }
+    signed char of(char c) const { return action[static_cast<unsigned char>(c)]; }
 };
 
 // The transformation proper, on UTF-8 text (a special character or the
@@ -121,24 +170,23 @@ struct Specials {
 // delimiters[0] ends a segment, delimiters[1] separates name from value;
 // with repeatFlag set, a further unescaped delimiters[1] in the same segment
 // is written as 0x05. Returns null for a typed reserved byte.
-char *transform(std::string_view text, const Specials &sp, const char *delimiters, char esc, bool repeatFlag,
-                int *outLen) {
+char *transform(std::string_view text, const Specials &sp, const char *delimiters, bool repeatFlag, int *outLen) {
     char *out = g_result.reserve(text.size() * sp.longest + 1);
     char *o = out;
     const bool delimiterRule = repeatFlag && delimiters && delimiters[0] && delimiters[1];
     bool valueSeen = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         char c = text[i];
-        if (sp.is_reserved(c)) return nullptr;
-        if (c == esc) {
-            if (++i == text.size()) break;  // a trailing escape character is dropped
-            if (sp.is_reserved(text[i])) return nullptr;
-            *o++ = text[i];
+        signed char k = sp.of(c);
+        if (k == kLiteral) {
+            *o++ = c;
             continue;
         }
-        int k = sp.index(c);
-        if (k < 0) {
-            *o++ = c;
+        if (k == kReserved) return nullptr;
+        if (k == kEscapeChar) {
+            if (++i == text.size()) break;  // a trailing escape character is dropped
+            if (sp.of(text[i]) == kReserved) return nullptr;
+            *o++ = text[i];
             continue;
         }
         if (delimiterRule && c == delimiters[0]) valueSeen = false;
@@ -170,9 +218,8 @@ char *t61_TransformTInputStr2(const char *text, int len, const char *charset, co
     std::size_t utf8Len = 0;
     const char *utf8 = t61::to_utf8(std::string_view(text, n), charset, &utf8Len);
     if (!utf8) return nullptr;
-    t61::Specials sp(specials, replacements);
-    return t61::transform(std::string_view(utf8, utf8Len), sp, delims, static_cast<char>(escChar), flag != 0,
-                          outLen);
+    t61::Specials sp(specials, replacements, static_cast<char>(escChar));
+    return t61::transform(std::string_view(utf8, utf8Len), sp, delims, flag != 0, outLen);
 }
 
 }  // extern "C"

@@ -1,0 +1,76 @@
+// The short cuts taken for speed give what the general paths give: UTF-8
+// text that skips iconv is exactly the text iconv accepts.
+#include <gtest/gtest.h>
+#include <iconv.h>
+
+#include <string>
+
+#include "t61.h"
+
+namespace {
+
+const char *const kReps[] = {"\x1E", "\x1D", "\x1F", "\x1A[", "\x1A]", "\x18"};
+
+// Null when the transformation refuses the text.
+const char *transform(const std::string &text) {
+    int len = 0;
+    return t61_TransformTInputStr2(text.c_str(), -1, "UTF8", "/=*[]%", kReps, "/=", '\\', 1, &len);
+}
+
+std::string utf8_of(unsigned cp) {
+    std::string s;
+    if (cp < 0x80) {
+        s += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        s += static_cast<char>(0xC0 | (cp >> 6));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        s += static_cast<char>(0xE0 | (cp >> 12));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        s += static_cast<char>(0xF0 | (cp >> 18));
+        s += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        s += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        s += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    return s;
+}
+
+// What iconv makes of the bytes read as UTF-8: the converted text, or
+// nothing (refused) as the empty string.
+std::string through_iconv(const std::string &bytes) {
+    static iconv_t cd = iconv_open("UTF-8", "UTF-8");
+    iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    char out[64];
+    char *in = const_cast<char *>(bytes.data());
+    char *o = out;
+    std::size_t inLeft = bytes.size(), outLeft = sizeof out;
+    std::size_t rc = iconv(cd, &in, &inLeft, &o, &outLeft);
+    if (rc == static_cast<std::size_t>(-1) || inLeft != 0) return "";
+    return std::string(out, static_cast<std::size_t>(o - out));
+}
+
+void expect_as_iconv(const std::string &text) {
+    const char *out = transform(text);
+    std::string expected = through_iconv(text);
+    ASSERT_EQ(out != nullptr, !expected.empty()) << testing::PrintToString(text);
+    if (out) {
+        EXPECT_EQ(out, expected) << testing::PrintToString(text);
+    }
+}
+
+// Every encoded code point (surrogates included) and malformed or
+// out-of-range sequences: refused exactly when iconv refuses them, else
+// given back as iconv gives them.
+TEST(FastPath, Utf8TextIsTakenAsIconvTakesIt) {
+    for (unsigned cp = 0x80; cp <= 0x10FFFF; ++cp) expect_as_iconv("x" + utf8_of(cp) + "y");
+    const char *odd[] = {
+        "\x80",         "\xC0\xAF",         "\xC1\xBF",         "\xC3",         "\xC3x",
+        "\xE0\x80\xAF", "\xE0\x9F\xBF",     "\xED\xA0\x80",     "\xE2\x82",     "\xF0\x8F\xBF\xBF",
+        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xFE", "\xFF",
+    };
+    for (const char *bytes : odd) expect_as_iconv(std::string("a") + bytes + "b");
+}
+
+}  // namespace
