@@ -70,20 +70,20 @@ bool holds_separator(const std::string &text, bool ascii) {
 }
 
 struct Read {
-    fuzz::Escape escape;
+    testkit::Outcome escape;
     std::string tf;
 };
 
 Read read(const std::string &text, bool ascii) {
     auto out = fuzz::buffer("", out_size(text));
     Read r;
-    r.escape = fuzz::run([&] {
+    r.escape = testkit::run([&] {
         if (ascii)
             cl_AsciiEncodedToTF(text.c_str(), out.data());
         else
             cl_NativeToTF(text.c_str(), out.data());
     });
-    if (!r.escape.raised) r.tf.assign(out.data());
+    if (!r.escape.escaped) r.tf.assign(out.data());
     return r;
 }
 
@@ -97,14 +97,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     Read r = read(in.text, ascii);
     if (holds_separator(in.text, ascii)) return 0;
     fuzz::Fields name;
-    if (!r.escape.raised) fuzz::expect(fuzz::fields_of(r.tf, name), "a reader wrote text outside the packed form", r.tf);
+    if (!r.escape.escaped) fuzz::expect(fuzz::fields_of(r.tf, name), "a reader wrote text outside the packed form", r.tf);
 
     if (in.text.find('\\') == std::string::npos && !names_an_encoded_field(in.text)) {
         Read other = read(in.text, !ascii);
-        fuzz::expect(r.escape.raised == other.escape.raised && r.escape.reason == other.escape.reason,
+        fuzz::expect(r.escape.escaped == other.escape.escaped && r.escape.reason == other.escape.reason,
                      "the two readers fail differently on plain text", in.text);
         fuzz::expect(r.tf == other.tf, "the two readers read plain text differently", r.tf, other.tf);
     }
-    if (ascii && !r.escape.raised) fuzz::check_ascii_round_trip(r.tf.c_str());
+    if (ascii && !r.escape.escaped) fuzz::check_ascii_round_trip(r.tf.c_str());
     return 0;
 }

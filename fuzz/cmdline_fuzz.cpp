@@ -52,24 +52,24 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     auto typed = fuzz::buffer(in.text);
     auto out = fuzz::buffer("", out_size(in.text));
-    fuzz::Escape e = fuzz::run([&] { cl_MainConvCltoORN(typed.data(), out.data(), tags, marker, cs, 0, mailNode); });
-    std::string tf = e.raised ? std::string() : std::string(out.data());
+    testkit::Outcome e = testkit::run([&] { cl_MainConvCltoORN(typed.data(), out.data(), tags, marker, cs, 0, mailNode); });
+    std::string tf = e.escaped ? std::string() : std::string(out.data());
     // Open faults (tests/fuzz_regressions_test.cpp): the mail-node form puts
     // every further '/' segment in a field of its own, unbounded, and with
     // allowMarker a standard value that is the marker alone is not checked:
     // both run on past field 160.
-    const bool check = !e.raised && !typed_separator(in.text) && !((mailNode || marker) && fuzz::field_beyond_last(tf));
+    const bool check = !e.escaped && !typed_separator(in.text) && !((mailNode || marker) && fuzz::field_beyond_last(tf));
     fuzz::Fields name;
     if (check) fuzz::expect(fuzz::fields_of(tf, name), "the conversion wrote text outside the packed form", tf);
 
     auto typed2 = fuzz::buffer(in.text);
     char **array = nullptr;
     char unused[1] = "";
-    fuzz::Escape e2 = fuzz::run(
+    testkit::Outcome e2 = testkit::run(
         [&] { array = static_cast<char **>(cl_MainConvCltoORN(typed2.data(), unused, tags, marker, cs, 1, mailNode)); });
-    fuzz::expect(e.raised == e2.raised && e.reason == e2.reason, "the array form fails otherwise than the packed form",
+    fuzz::expect(e.escaped == e2.escaped && e.reason == e2.reason, "the array form fails otherwise than the packed form",
                  in.text);
-    if (!e2.raised) {
+    if (!e2.escaped) {
         fuzz::Fields slots;
         for (int i = 0; i < fuzz::kFields; ++i)
             if (array[i]) slots[static_cast<std::size_t>(i)] = array[i];
@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     auto typed3 = fuzz::buffer(in.text);
     auto da = fuzz::buffer("", out_size(in.text));
-    fuzz::run([&] {
+    testkit::run([&] {
         if (mailNode)
             cl_ConvClMntoDa(typed3.data(), da.data(), tags, marker, numeric, cs);
         else

@@ -20,7 +20,7 @@ constexpr std::size_t kNameText = 4079;   // full-name and personal-name texts
 template <class Call>
 std::optional<std::string> format(const char *what, std::size_t bound, Call &&call) {
     const char *text = nullptr;
-    if (fuzz::run([&] { text = call(); }).raised) return std::nullopt;
+    if (testkit::run([&] { text = call(); }).escaped) return std::nullopt;
     fuzz::expect(text != nullptr, what);
     std::string copy = text;
     fuzz::expect(copy.size() <= bound, what, copy);
@@ -35,15 +35,15 @@ void expect_prefix(const std::optional<std::string> &s, const std::optional<std:
 void check_validation(const char *tf, unsigned kind) {
     int reason = -1;
     int found = -1;
-    fuzz::Escape e = fuzz::run([&] { found = cl_ValidateORNFieldsNoEscape(tf, kind, &reason); });
-    if (e.raised) return;
+    testkit::Outcome e = testkit::run([&] { found = cl_ValidateORNFieldsNoEscape(tf, kind, &reason); });
+    if (e.escaped) return;
     fuzz::expect(found == 0 || found == 1, "validation returned neither 0 nor 1", tf);
     int again = -1;
-    e = fuzz::run([&] { again = cl_ValidateORNFields(tf, kind); });
+    e = testkit::run([&] { again = cl_ValidateORNFields(tf, kind); });
     if (reason == 0)
-        fuzz::expect(!e.raised && again == found, "validation escaped or changed its result on a valid name", tf);
+        fuzz::expect(!e.escaped && again == found, "validation escaped or changed its result on a valid name", tf);
     else
-        fuzz::expect(e.raised && e.group == 100 && e.reason == reason, "validation escaped otherwise than it reports",
+        fuzz::expect(e.escaped && e.group == 100 && e.reason == reason, "validation escaped otherwise than it reports",
                      tf);
 }
 
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const char *tf = in.text.c_str();
     nm_ParsedORN parsed;
     int status = 0;
-    if (fuzz::run([&] { nm_ParseORN(tf, &parsed, &status); }).raised) return -1;
+    if (testkit::run([&] { nm_ParseORN(tf, &parsed, &status); }).escaped) return -1;
 
     ccs_Descriptor *cs = fuzz::charset(in.flags);
     const int mailNodeOnly = (in.flags >> 2) & 1;
@@ -65,8 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
     auto group1 = format("group 1 text", kEntryText, [&] { return cl_FormatGroup1(tf); });
     auto inPlace = fuzz::buffer(in.text, kEntryText + 1);  // the room cl_FormatName documents
-    fuzz::Escape e = fuzz::run([&] { cl_FormatName(inPlace.data()); });
-    if (!e.raised && group1)
+    testkit::Outcome e = testkit::run([&] { cl_FormatName(inPlace.data()); });
+    if (!e.escaped && group1)
         fuzz::expect(*group1 == inPlace.data(), "cl_FormatName writes other than cl_FormatGroup1", *group1);
 
     format("native attribute list", kEntryText, [&] { return cl_FormatNative(tf); });

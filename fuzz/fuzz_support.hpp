@@ -1,6 +1,7 @@
-// Shared pieces of the fuzz harnesses: running a target under a protected
-// block, failing loudly on a broken invariant, a reference reading and
-// writing of packed text, and the ascii-encoded round trip.
+// Shared pieces of the fuzz harnesses: failing loudly on a broken
+// invariant, a reference reading and writing of packed text, and the
+// ascii-encoded round trip. Targets run under testkit::run, the tests'
+// protected block: an escape is a valid outcome, cleared there.
 //
 // Every harness takes its first input byte as flags and the rest as text.
 // Inputs outside a function's documented limits are the caller's fault, not
@@ -19,7 +20,7 @@
 
 #include "cl.h"
 #include "da.h"
-#include "frame.hpp"
+#include "testkit.hpp"
 
 namespace fuzz {
 
@@ -44,48 +45,10 @@ inline Input split(const std::uint8_t *data, std::size_t size) {
     return in;
 }
 
-// The outcome of a call made under a protected block. An escape is a valid
-// outcome for every target; it is cleared here.
-struct Escape {
-    bool raised = false;
-    int group = 0;
-    int reason = 0;
-};
-
-// body must keep no object with a destructor alive across a call that can
-// escape: it only calls the library and stores plain values.
-template <class Body>
-Escape run(Body &&body) {
-    Escape e;
-    if (cl::attempt(body)) {
-        e = {true, er_GetGroup(), er_GetReason()};
-        er_Clear();
-    }
-    return e;
-}
-
-inline std::string readable(std::string_view s) {
-    std::string out;
-    for (unsigned char c : s) {
-        if (c == 0x1D) {
-            out += '|';
-        } else if (c == 0x17) {
-            out += '#';
-        } else if (c < 0x20 || c >= 0x7F || c == '\\' || c == '|' || c == '#') {
-            char hex[8];
-            std::snprintf(hex, sizeof hex, "\\x%02X", c);
-            out += hex;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out;
-}
-
 [[noreturn]] inline void fail(const char *what, std::string_view a = {}, std::string_view b = {}) {
     std::fprintf(stderr, "INVARIANT BROKEN: %s\n", what);
-    if (!a.empty()) std::fprintf(stderr, "  first:  '%s'\n", readable(a).c_str());
-    if (!b.empty()) std::fprintf(stderr, "  second: '%s'\n", readable(b).c_str());
+    if (!a.empty()) std::fprintf(stderr, "  first:  '%s'\n", testkit::show(std::string(a)).c_str());
+    if (!b.empty()) std::fprintf(stderr, "  second: '%s'\n", testkit::show(std::string(b)).c_str());
     std::abort();
 }
 
@@ -212,16 +175,16 @@ inline void check_ascii_round_trip(const char *tf) {
     }
 
     const char *text = nullptr;
-    Escape refused = run([&] { text = cl_FormatAsciiEncoded(tf); });
-    if (refused.raised) {
+    testkit::Outcome refused = testkit::run([&] { text = cl_FormatAsciiEncoded(tf); });
+    if (refused.escaped) {
         expect(refused.group == 100 && refused.reason == 4670, "the ascii-encoded form escaped otherwise", tf);
         return;
     }
     std::string written = text;
     expect(written.size() <= kEntryText, "the ascii-encoded form overflows its text", written);
     auto out = buffer("", field_bytes(before) + kFields);
-    Escape e = run([&] { cl_AsciiEncodedToTF(written.c_str(), out.data()); });
-    if (e.raised) fail("the ascii-encoded text of a name does not read back", written);
+    testkit::Outcome e = testkit::run([&] { cl_AsciiEncodedToTF(written.c_str(), out.data()); });
+    if (e.escaped) fail("the ascii-encoded text of a name does not read back", written);
     Fields after;
     expect(fields_of(out.data(), after), "reading back gives text outside the packed form", out.data());
     if (before != after) fail("ascii-encoded text reads back to another name", describe(before), describe(after));

@@ -21,8 +21,8 @@ std::string tidy(const std::string &text) {
 
 std::string display(const std::string &text) {
     auto b = fuzz::buffer(text);
-    fuzz::Escape e = fuzz::run([&] { cl_SetNodeForDisplay(b.data()); });
-    fuzz::expect(!e.raised, "cl_SetNodeForDisplay escaped", text);
+    testkit::Outcome e = testkit::run([&] { cl_SetNodeForDisplay(b.data()); });
+    fuzz::expect(!e.escaped, "cl_SetNodeForDisplay escaped", text);
     return b.data();
 }
 

@@ -42,17 +42,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (!in.ok || !fuzz::fields_of(in.text, before)) return -1;
     nm_ParsedORN parsed;
     int status = 0;
-    if (fuzz::run([&] { nm_ParseORN(in.text.c_str(), &parsed, &status); }).raised) return -1;
+    if (testkit::run([&] { nm_ParseORN(in.text.c_str(), &parsed, &status); }).escaped) return -1;
 
     const bool remove = in.flags & 1;
     auto orn = fuzz::buffer(in.text);  // fields are only removed: the name never needs more room
-    fuzz::Escape e = fuzz::run([&] {
+    testkit::Outcome e = testkit::run([&] {
         if (remove)
             cl_RemoveTxTFields(orn.data());
         else
             cl_SimplifyRoute(orn.data());
     });
-    fuzz::expect(!e.raised, "a name the name library reads makes the rewrite escape", in.text);
+    fuzz::expect(!e.escaped, "a name the name library reads makes the rewrite escape", in.text);
     std::string after_text = orn.data();
     fuzz::expect(after_text.size() <= in.text.size(), "the rewritten name grew", in.text, after_text);
     fuzz::Fields after;
