@@ -3,8 +3,13 @@
 #include <gtest/gtest.h>
 #include <iconv.h>
 
-#include <string>
+#include <strings.h>
 
+#include <cctype>
+#include <string>
+#include <vector>
+
+#include "da.h"
 #include "t61.h"
 
 namespace {
@@ -71,6 +76,44 @@ TEST(FastPath, Utf8TextIsTakenAsIconvTakesIt) {
         "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xFE", "\xFF",
     };
     for (const char *bytes : odd) expect_as_iconv(std::string("a") + bytes + "b");
+}
+
+// The attribute lookups answer as a scan of the whole table in field order
+// would: a local name in any case or an exact internal tag.
+const char *scanned_int_name(const char *typed) {
+    for (int f = 0; f <= 160; ++f) {
+        int number = da_nmFieldNum2DANum(f);
+        if (strcasecmp(da_AttribNumberToLocName(number), typed) == 0 ||
+            std::string(da_AttribNumberToIntName(number)) == typed)
+            return da_AttribNumberToIntName(number);
+    }
+    return typed;
+}
+
+TEST(FastPath, AttributeLookupsAnswerAsAScanWould) {
+    std::vector<std::string> typed = {"", "0", "00", "099", "99", "9999999", "12345678", "x", "surnam", "surnamex",
+                                      "utf8", "field", "field161", "ou", "ou5", "ou1 ", "-1", "1O8"};
+    for (int f = 0; f <= 160; ++f) {
+        std::string name = da_AttribNumberToLocName(da_nmFieldNum2DANum(f));
+        std::string upper = name, lower = name;
+        for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        for (char &c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        typed.insert(typed.end(), {name, upper, lower, name.substr(1), name + "s", da_AttribNumberToIntName(
+                                                                                       da_nmFieldNum2DANum(f))});
+    }
+    for (const std::string &t : typed) {
+        const char *tag = da_FindAttribIntName(t.c_str());
+        EXPECT_STREQ(tag, scanned_int_name(t.c_str())) << t;
+        int field = da_AttIdToORNIndex(t.c_str(), static_cast<int>(t.size()));
+        int expected = -1;
+        for (int f = 0; f <= 160; ++f)
+            if (t == da_AttribNumberToIntName(da_nmFieldNum2DANum(f))) expected = f;
+        EXPECT_EQ(field, expected) << t;
+    }
+    for (int f = 0; f <= 160; ++f) {  // every local name finds its own field
+        const char *tag = da_FindAttribIntName(da_AttribNumberToLocName(da_nmFieldNum2DANum(f)));
+        EXPECT_EQ(da_AttIdToORNIndex(tag, static_cast<int>(std::string(tag).size())), f);
+    }
 }
 
 }  // namespace

@@ -48,9 +48,30 @@ bool same(std::string_view a, std::string_view b) {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
+// No alias is a canonical name in another case, so a name spelled exactly
+// as a canonical one needs no alias lookup.
+constexpr bool same_letters(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        char x = a[i] >= 'a' && a[i] <= 'z' ? static_cast<char>(a[i] - 'a' + 'A') : a[i];
+        char y = b[i] >= 'a' && b[i] <= 'z' ? static_cast<char>(b[i] - 'a' + 'A') : b[i];
+        if (x != y) return false;
+    }
+    return true;
+}
+constexpr bool aliases_differ_from_names() {
+    for (const Alias &a : kAliases)
+        for (const Set &s : kSets)
+            if (same_letters(a.alias, s.name)) return false;
+    return true;
+}
+static_assert(aliases_differ_from_names());
+
 const Set *find(const char *name) {
     if (!name) return nullptr;
     std::string_view wanted = name;
+    for (const Set &s : kSets)
+        if (s.name == wanted) return &s;
     for (const Alias &a : kAliases)
         if (same(a.alias, wanted)) wanted = a.name;
     for (const Set &s : kSets)

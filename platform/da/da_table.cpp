@@ -8,10 +8,9 @@
 // the PSAP address (28) and the CV value (410), whose numbers the special
 // entries carry.
 #include <array>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <strings.h>
 #include <string_view>
 
 #include "da.h"
@@ -46,10 +45,39 @@ int number_of(int field) {
     return 100 + field;
 }
 
-// Built once, on first use; read only afterwards.
+// Local names in any case, by ASCII letters (as strcasecmp compares them
+// in the C locale).
+constexpr unsigned char fold(char c) {
+    auto u = static_cast<unsigned char>(c);
+    return u >= 'A' && u <= 'Z' ? static_cast<unsigned char>(u + ('a' - 'A')) : u;
+}
+
+bool same_name(const char *a, const char *b) {
+    for (; fold(*a) == fold(*b); ++a, ++b)
+        if (*a == '\0') return true;
+    return false;
+}
+
+// FNV-1a of the folded name: names equal in any case hash alike.
+std::uint32_t name_hash(const char *name) {
+    std::uint32_t h = 2166136261U;
+    for (; *name; ++name) h = (h ^ fold(*name)) * 16777619U;
+    return h;
+}
+
+// The hashed index of local names: open addressing with linear probing, in
+// four times as many slots as names, so a probe ends after a slot or two.
+constexpr std::size_t kSlots = 1024;
+static_assert(kSlots >= 4 * kFields && (kSlots & (kSlots - 1)) == 0);
+constexpr short kEmptySlot = -1;
+
+// Built once, on first use; read only afterwards. by_name holds field
+// numbers, kEmptySlot where none.
 struct Table {
     std::array<Attribute, kFields> attrs{};
+    std::array<short, kSlots> by_name{};
     Table() {
+        by_name.fill(kEmptySlot);
         for (int f = 0; f < kFields; ++f) {
             Attribute &a = attrs[static_cast<std::size_t>(f)];
             a.number = number_of(f);
@@ -72,6 +100,9 @@ struct Table {
             } else {
                 std::snprintf(a.name, sizeof a.name, "field%d", f);
             }
+            std::size_t slot = name_hash(a.name) % kSlots;
+            while (by_name[slot] != kEmptySlot) slot = (slot + 1) % kSlots;
+            by_name[slot] = static_cast<short>(f);
         }
     }
 };
@@ -89,6 +120,31 @@ const Attribute *by_number(int number) {
 }
 
 int field_of(const Attribute *a) { return static_cast<int>(a - table().attrs.data()); }
+
+// The attribute whose local name is typed, in any case; null when none.
+// Local names are distinct in any case, so at most one matches.
+const Attribute *by_local_name(const char *typed) {
+    const Table &t = table();
+    for (std::size_t slot = name_hash(typed) % kSlots; t.by_name[slot] != kEmptySlot; slot = (slot + 1) % kSlots) {
+        const Attribute &a = t.attrs[static_cast<std::size_t>(t.by_name[slot])];
+        if (same_name(a.name, typed)) return &a;
+    }
+    return nullptr;
+}
+
+// The attribute whose internal tag is exactly the typed text (decimal, no
+// sign, no leading zero); null when none.
+const Attribute *by_tag(const char *typed, std::size_t len) {
+    constexpr std::size_t kTagMax = sizeof Attribute{}.tag - 1;
+    if (len == 0 || len > kTagMax) return nullptr;
+    int number = 0;
+    for (std::size_t i = 0; i < len; ++i) {
+        if (typed[i] < '0' || typed[i] > '9') return nullptr;
+        number = number * 10 + (typed[i] - '0');
+    }
+    const Attribute *a = by_number(number);
+    return a && std::strncmp(a->tag, typed, len) == 0 && a->tag[len] == '\0' ? a : nullptr;
+}
 
 }  // namespace
 
@@ -109,21 +165,17 @@ const char *da_AttribNumberToIntName(int attrNum) {
     return a ? a->tag : "";
 }
 
+// Local names begin with a letter and tags are digits, so a typed name is
+// either or neither.
 const char *da_FindAttribIntName(const char *typedName) {
-    for (const Attribute &a : table().attrs)
-        if (strcasecmp(a.name, typedName) == 0 || std::strcmp(a.tag, typedName) == 0) return a.tag;
-    return typedName;
+    const Attribute *a = by_local_name(typedName);
+    if (!a) a = by_tag(typedName, std::strlen(typedName));
+    return a ? a->tag : typedName;
 }
 
 int da_AttIdToORNIndex(const char *name, int len) {
-    if (len <= 0 || len >= 8) return DA_NO_FIELD;
-    for (int i = 0; i < len; ++i)
-        if (name[i] < '0' || name[i] > '9') return DA_NO_FIELD;
-    char digits[8];
-    std::memcpy(digits, name, static_cast<std::size_t>(len));
-    digits[len] = '\0';
-    const Attribute *a = by_number(std::atoi(digits));
-    return a && std::strcmp(a->tag, digits) == 0 ? field_of(a) : DA_NO_FIELD;
+    const Attribute *a = len > 0 ? by_tag(name, static_cast<std::size_t>(len)) : nullptr;
+    return a ? field_of(a) : DA_NO_FIELD;
 }
 
 }  // extern "C"
