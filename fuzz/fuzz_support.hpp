@@ -83,19 +83,6 @@ inline bool fields_of(std::string_view tf, Fields &out) {
     return close(tf.size());
 }
 
-// True when the text places a non-empty field beyond field 160.
-inline bool field_beyond_last(std::string_view tf) {
-    int n = 0;
-    std::size_t start = 0;
-    for (std::size_t p = 0; p <= tf.size(); ++p) {
-        if (p < tf.size() && tf[p] != kSep && tf[p] != kClose) continue;
-        if (n >= kFields && p > start) return true;
-        if (p < tf.size()) n = tf[p] == kClose ? (n / 32 + 1) * 32 : n + 1;
-        start = p + 1;
-    }
-    return false;
-}
-
 // Reference writing: group 1 in full when anything follows it, groups 2 to
 // 5 without their trailing empty fields, nothing after the last field.
 inline std::string pack_fields(const Fields &f) {

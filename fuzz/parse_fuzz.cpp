@@ -100,14 +100,6 @@ void check_shape(Parser which, const Outcome &o, const std::string &text, unsign
     }
 }
 
-bool marker_past_standard_fields(const std::string &tf) {
-    Fields f;
-    if (!fuzz::fields_of(tf, f)) return fuzz::field_beyond_last(tf);
-    for (std::size_t i = 15; i < f.size(); ++i)
-        if (f[i] == "\x1F") return true;
-    return false;
-}
-
 // The display text that shows what the parser read, in the syntax it reads.
 std::string display(Parser which, const std::string &tf) {
     const char *text = nullptr;
@@ -129,10 +121,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     auto which = static_cast<Parser>(in.flags & 3);
     Outcome first = parse(which, in.text, in.flags);
     if (first.escape.escaped) return 0;
-    // Open fault (tests/fuzz_regressions_test.cpp): with allowMarker a
-    // standard value that is the marker alone is not checked, so such values
-    // run on past field 14 (among the extension attributes) and past 160.
-    if (which == kFull && (in.flags & 4) && marker_past_standard_fields(first.tf)) return 0;
 
     Fields f;
     check_shape(which, first, in.text, in.flags, f);
