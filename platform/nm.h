@@ -11,6 +11,7 @@ typedef struct nm_ParsedORN {
     int length;                 /* bytes of the text */
     int start[NM_FIELDS];       /* offset of each field; -1 when the text does not reach it */
     int len[NM_FIELDS];         /* its length in bytes */
+    uint32_t maps[6];           /* the field maps, as nm_GetFieldMaps gives them */
 } nm_ParsedORN;
 
 /* Parses the packed text; a text that places a field beyond 160 raises

@@ -15,14 +15,14 @@ constexpr int kLastField = NM_FIELDS - 1;
 
 int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 
-// Walks the text as the packed form defines it. Returns the number of the
-// field open at the end of the text. Raises 100/1701 when a non-empty field
-// would lie beyond field 160.
+// Walks the text as the packed form defines it, noting where each field
+// lies and which are non-empty. Returns the number of the field open at the
+// end of the text. Raises 100/1701 when a non-empty field would lie beyond
+// field 160.
 int scan(const char *orn, nm_ParsedORN *parsed) {
-    for (int i = 0; i < NM_FIELDS; ++i) {
-        parsed->start[i] = -1;
-        parsed->len[i] = 0;
-    }
+    std::memset(parsed->start, 0xFF, sizeof parsed->start);  // every int -1: not reached
+    std::memset(parsed->len, 0, sizeof parsed->len);
+    std::memset(parsed->maps, 0, sizeof parsed->maps);
     int n = 0;
     int start = 0;
     int pos = 0;
@@ -30,6 +30,7 @@ int scan(const char *orn, nm_ParsedORN *parsed) {
         if (n <= kLastField) {
             parsed->start[n] = start;
             parsed->len[n] = end - start;
+            if (end > start) parsed->maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
         } else if (end > start) {
             er_TracedEscape(100, 1701, kSourceFile, __LINE__);
         }
@@ -77,9 +78,7 @@ void nm_ParseORN(const char *orn, nm_ParsedORN *parsed, int *status) {
 }
 
 void nm_GetFieldMaps(const nm_ParsedORN *parsed, uint32_t maps[6]) {
-    for (int w = 0; w < 6; ++w) maps[w] = 0;
-    for (int i = 0; i < NM_FIELDS; ++i)
-        if (parsed->len[i] > 0) maps[i / kGroupSize] |= UINT32_C(1) << (i % kGroupSize);
+    std::memcpy(maps, parsed->maps, sizeof parsed->maps);
 }
 
 int nm_CheckBit(int field, const uint32_t maps[6]) {
