@@ -31,17 +31,44 @@ bool present(char **table, int field) { return table[field][0] != '\0'; }
 
 using WorkArea = char[fmt::kGroup1Size];
 
-// The field with its delimiters written as substitute characters, mapped in
-// a work area of 4097 bytes (a longer field is cut there).
+// The field with its delimiters written as substitute characters, mapped by
+// cl_ConvertToSpecialChar in a work area of 4097 bytes (a longer field is
+// cut there).
 const char *mapped(WorkArea &work, const char *field) {
     fmt::bounded_copy(work, sizeof work, field);
     cl_ConvertToSpecialChar(work);
     return work;
 }
 
+// Mapping byte by byte while appending writes the same text as mapping a
+// copy, as long as the copy would not be cut; the copy is kept for longer
+// fields, and whenever cl_ConvertToSpecialChar would trace, so that its
+// trace records stay.
+bool map_while_appending(std::size_t n) { return !traces(kTrace19) && n < sizeof(WorkArea); }
+
 void append_mapped(fmt::Text &out, char **table, int field) {
+    const char *text = table[field];
+    std::size_t n = std::strlen(text);
+    if (map_while_appending(n) && out.fits(n)) return out.append_mapped(text, n, kToSubstitute);
     WorkArea work;
-    out.append(mapped(work, table[field]));
+    out.append(mapped(work, text));
+}
+
+// Each mapped character of the initials followed by '.'.
+void append_initials(fmt::Text &out, const char *initials) {
+    std::size_t n = std::strlen(initials);
+    if (map_while_appending(n)) {
+        for (std::size_t i = 0; i < n; ++i) {
+            out.append(map_byte(initials[i], kToSubstitute));
+            out.append('.');
+        }
+        return;
+    }
+    WorkArea work;
+    for (const char *p = mapped(work, initials); *p; ++p) {
+        out.append(*p);
+        out.append('.');
+    }
 }
 
 char *personal_name(char **table) {
@@ -52,11 +79,7 @@ char *personal_name(char **table) {
         out.append(' ');
     }
     if (present(table, kInitials)) {
-        WorkArea work;
-        for (const char *p = mapped(work, table[kInitials]); *p; ++p) {
-            out.append(*p);
-            out.append('.');
-        }
+        append_initials(out, table[kInitials]);
         out.append(' ');
     }
     if (present(table, kSurname)) {

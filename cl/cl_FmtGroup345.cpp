@@ -1,7 +1,7 @@
 // Attribute entries of groups 3 to 5, whose values are UTF-8: each value is
 // converted for the caller's character set and its key characters escaped in
 // that set. The IA field is written as stored.
-#include <cstdio>
+#include <cstring>
 
 #include "cl.h"
 #include "cvc.h"
@@ -35,11 +35,18 @@ const char *shown_value(const char *value, const char *internal, bool mapped) {
     return go_ConvertStringOrRetain(escaped, static_cast<int>(std::strlen(escaped)), kStored, kFallback);
 }
 
+// The name, cut at 14 characters (none: the empty name, which no set has).
+void copy_name(char (&to)[kInternalNameSize], const char *name) {
+    std::size_t n = name ? strnlen(name, sizeof to - 1) : 0;
+    std::memcpy(to, name, n);
+    to[n] = '\0';
+}
+
 char *converted_entries(char **table, ccs_Descriptor *charset, int first, int last, bool needSeparator) {
     fmt::Text &out = g_converted;
     out.begin();
     char internal[kInternalNameSize];
-    std::snprintf(internal, sizeof internal, "%s", ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
+    copy_name(internal, ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
     const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
     if (first < 0) first = 0;
     if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;

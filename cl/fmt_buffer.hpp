@@ -13,6 +13,7 @@
 #include "nm.h"
 #include "os.h"
 #include "str.h"
+#include "substitute.hpp"
 
 namespace cl::fmt {
 
@@ -21,6 +22,10 @@ namespace cl::fmt {
 // characters and the terminator. An append that does not fit is cut at the
 // bound, never inside a UTF-8 character, and the buffer is then full:
 // nothing later is appended after the cut, so the text never has a hole.
+//
+// Plain appends copy the bytes; the appends given a character set go
+// through the character-set library's concatenation for that set (null:
+// UTF8), where the display text must.
 class Text {
 public:
     constexpr explicit Text(int capacity) noexcept : capacity_(capacity) {}
@@ -33,30 +38,49 @@ public:
         return data_;
     }
 
-    // Through the character-set library's concatenation for the given set
-    // (null: UTF8).
-    void append(const char *s, ccs_Descriptor *cs = nullptr) {
+    void append(const char *s) {
         if (full_) return;
         std::size_t n = std::strlen(s);
-        auto room = static_cast<std::size_t>(capacity_ - 1 - length_);
-        char *end = data_ + length_;
-        if (n <= room) {
-            str_strcat(end, s, cs);
-            length_ += static_cast<int>(n);
-            return;
-        }
-        str_strncat(end, s, static_cast<int>(room), cs ? cs->id : 0);
-        length_ += static_cast<int>(std::strlen(end));
-        full_ = true;
+        if (n > room()) return cut_in(s, 0);
+        std::memcpy(end(), s, n + 1);
+        length_ += static_cast<int>(n);
+    }
+
+    void append(const char *s, ccs_Descriptor *cs) {
+        if (full_) return;
+        std::size_t n = std::strlen(s);
+        if (n > room()) return cut_in(s, cs ? cs->id : 0);
+        str_strcat(end(), s, cs);
+        length_ += static_cast<int>(n);
     }
 
     void append(char c) {
-        char one[2] = {c, '\0'};
-        append(one);
+        if (full_ || c == '\0') return;
+        if (room() == 0) {
+            full_ = true;
+            return;
+        }
+        data_[length_++] = c;
+        data_[length_] = '\0';
+    }
+
+    // Whether n more bytes fit whole.
+    bool fits(std::size_t n) const { return !full_ && n <= room(); }
+
+    // Appends the n bytes of s, each through map; they must fit.
+    void append_mapped(const char *s, std::size_t n, const ByteMap &map) {
+        char *e = end();
+        for (std::size_t i = 0; i < n; ++i) e[i] = map_byte(s[i], map);
+        e[n] = '\0';
+        length_ += static_cast<int>(n);
     }
 
     // Appends entries after a '/' when both the text and they are non-empty.
-    void join(const char *entries, ccs_Descriptor *cs = nullptr) {
+    void join(const char *entries) {
+        if (!empty() && *entries) append('/');
+        append(entries);
+    }
+    void join(const char *entries, ccs_Descriptor *cs) {
         if (!empty() && *entries) append("/", cs);
         append(entries, cs);
     }
@@ -74,6 +98,17 @@ public:
     bool full() const { return full_; }
 
 private:
+    char *end() const { return data_ + length_; }
+    std::size_t room() const { return static_cast<std::size_t>(capacity_ - 1 - length_); }
+
+    // What fits of s, cut at a character boundary; the text is then full.
+    void cut_in(const char *s, int csId) {
+        char *e = end();
+        str_strncat(e, s, static_cast<int>(room()), csId);
+        length_ += static_cast<int>(std::strlen(e));
+        full_ = true;
+    }
+
     char *data_ = nullptr;
     int capacity_;
     int length_ = 0;

@@ -19,12 +19,14 @@ namespace cl {
 // Trace ids: 19 and 21 trace only above logging level 9; 17 and 15 always.
 enum TraceId : int { kTrace19 = 19, kTrace21 = 21, kTrace17 = 17, kTrace15 = 15 };
 
+// Whether a function with this trace id traces now.
+inline bool traces(int id) noexcept { return id == kTrace17 || id == kTrace15 || er_SubSystemLoggingLevel > 9; }
+
 // Entry trace on construction, exit trace on an explicit exit(): an escape
 // leaves without the exit trace, as it must. Trivially destructible.
 class Trace {
 public:
-    Trace(int id, const char *name) noexcept
-        : id_(id), name_(name), on_(id == kTrace17 || id == kTrace15 || er_SubSystemLoggingLevel > 9) {
+    Trace(int id, const char *name) noexcept : id_(id), name_(name), on_(traces(id)) {
         if (on_) er_RealLogProc(id_, name_, 1);
     }
     void exit() const noexcept {

@@ -9,7 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "cl.h"
 #include "da.h"
+#include "er.h"
+#include "format_support.hpp"
 #include "t61.h"
 
 namespace {
@@ -114,6 +117,33 @@ TEST(FastPath, AttributeLookupsAnswerAsAScanWould) {
         const char *tag = da_FindAttribIntName(da_AttribNumberToLocName(da_nmFieldNum2DANum(f)));
         EXPECT_EQ(da_AttIdToORNIndex(tag, static_cast<int>(std::string(tag).size())), f);
     }
+}
+
+// Group 1 maps its fields while appending unless cl_ConvertToSpecialChar
+// would trace (above level 9); both ways write the same text, cut or not.
+TEST(FastPath, Group1TextIsTheSameWhetherTracedOrNot) {
+    using format_support::Fields;
+    std::string utf8 = "a";
+    while (utf8.size() < 4200) utf8 += "\xC3\xA9 .";
+    const Fields names[] = {
+        {{0, "van Dyke"}, {1, "Mary Ann"}, {2, "J.R"}, {3, "I/I"}, {4, "Sales (EU)"}, {6, "a,b"}, {9, "x/y"}},
+        {{0, std::string(4000, 's')}, {1, std::string(90, 'g')}, {2, "JR"}, {4, "Sales"}},
+        {{0, utf8.substr(0, 4095)}, {2, std::string(3000, '.')}, {5, "u"}, {14, "w"}, {16, "v"}},
+        {{2, utf8}, {3, "Jr"}, {7, utf8}, {8, "o (x)"}},
+    };
+    int saved = er_SubSystemLoggingLevel;
+    for (const Fields &fields : names) {
+        format_support::Table table(fields, 23);
+        std::string texts[2][2];
+        for (int level : {9, 10}) {
+            er_SubSystemLoggingLevel = level;
+            texts[level - 9][0] = cl_FrmtGroup1PP(table.t, 0);
+            texts[level - 9][1] = cl_FrmtGroup1PP(table.t, 1);
+        }
+        EXPECT_EQ(texts[0][0], texts[1][0]);
+        EXPECT_EQ(texts[0][1], texts[1][1]);
+    }
+    er_SubSystemLoggingLevel = saved;
 }
 
 }  // namespace
