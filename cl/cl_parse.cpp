@@ -14,6 +14,7 @@
 #include "cl.h"
 #include "frame.hpp"
 #include "packed.hpp"
+#include "substitute.hpp"
 
 namespace cl {
 namespace {
@@ -82,18 +83,34 @@ int IllegalCharacter(char c) {
     return t.exit(kLegal[static_cast<unsigned char>(c)] ? 0 : 1);
 }
 
-// The real character a typed substitute stands for, or 0.
-constexpr char real_of(char c) {
-    switch (c) {
-        case '_': return ' ';
-        case '!': return '.';
-        case '|': return '/';
-        case ';': return ',';
-        case '{': return '(';
-        case '}': return ')';
-        default: return '\0';
-    }
+// What a byte of the typed text is to the scan. Ordinary bytes belong to
+// the word when IllegalCharacter accepts them; the substitutes stand for
+// their real characters (cl_ConvertSpecialChar's mapping).
+enum ByteClass : unsigned char {
+    kLegalByte,
+    kIllegalByte,
+    kSubstituteByte,
+    kEndByte,
+    kSpaceByte,
+    kPeriodByte,
+    kSlashByte,
+    kCommaByte,
+    kMarkerByte,
+};
+
+constexpr std::array<ByteClass, 256> make_classes() {
+    std::array<ByteClass, 256> classes{};
+    for (int c = 0; c < 256; ++c) classes[c] = kLegal[c] ? kLegalByte : kIllegalByte;
+    for (char c : std::string_view(kSubstituteChars)) classes[static_cast<unsigned char>(c)] = kSubstituteByte;
+    classes[0] = kEndByte;
+    classes[' '] = kSpaceByte;
+    classes['.'] = kPeriodByte;
+    classes['/'] = kSlashByte;
+    classes[','] = kCommaByte;
+    classes[static_cast<unsigned char>(kMarker)] = kMarkerByte;
+    return classes;
 }
+constexpr std::array<ByteClass, 256> kByteClass = make_classes();
 
 // Removes leading and trailing spaces, runs of spaces, spaces around ',' and
 // '/', and spaces before and after '.'. The text before the current position
@@ -147,24 +164,30 @@ public:
     Scan(char *text, Rules rules) : text_(text), rules_(rules), unit_(rules.first_unit) {}
 
     // Scans up to and including the terminator; escapes at the first fault.
+    // Ordinary bytes are judged by IllegalCharacter while it traces (level
+    // above 9), so that each leaves its trace records; otherwise by its
+    // table directly.
     void run() {
+        const bool traced = traces(kTrace19);
         for (int pos = 0;; ++pos) {
             const char c = text_[pos];
-            switch (c) {
-                case '\0': end_event(pos); return;
-                case ' ': space(pos); break;
-                case '.': period(pos); break;
-                case '/': slash(pos); break;
-                case ',': comma(pos); break;
-                case kMarker:
+            switch (kByteClass[static_cast<unsigned char>(c)]) {
+                case kLegalByte:
+                case kIllegalByte:
+                    if (traced ? IllegalCharacter(c) : kByteClass[static_cast<unsigned char>(c)] == kIllegalByte)
+                        CL_RAISE(kGroup, kIllegalCharacter);
+                    break;
+                case kSubstituteByte:
+                    text_[pos] = map_byte(c, kFromSubstitute);  // part of the word, never a separator
+                    break;
+                case kEndByte: end_event(pos); return;
+                case kSpaceByte: space(pos); break;
+                case kPeriodByte: period(pos); break;
+                case kSlashByte: slash(pos); break;
+                case kCommaByte: comma(pos); break;
+                case kMarkerByte:
                     if (!rules_.marker_allowed) CL_RAISE(kGroup, kIllegalCharacter);
                     break;
-                default:
-                    if (const char real = real_of(c)) {
-                        text_[pos] = real;  // part of the word, never a separator
-                    } else if (IllegalCharacter(c)) {
-                        CL_RAISE(kGroup, kIllegalCharacter);
-                    }
             }
         }
     }
