@@ -15,25 +15,21 @@ constexpr int kLastField = NM_FIELDS - 1;
 
 int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 
-// Walks the text as the packed form defines it, noting where each field
-// lies and which are non-empty. Returns the number of the field open at the
-// end of the text. Raises 100/1701 when a non-empty field would lie beyond
-// field 160.
-int scan(const char *orn, nm_ParsedORN *parsed) {
-    std::memset(parsed->start, 0xFF, sizeof parsed->start);  // every int -1: not reached
-    std::memset(parsed->len, 0, sizeof parsed->len);
-    std::memset(parsed->maps, 0, sizeof parsed->maps);
+// Walks the text as the packed form defines it, calling field(n, start,
+// end) for every field it reaches, n <= 160, with the offsets of its bytes.
+// Returns the number of the field open at the end of the text and stores
+// the text's length. Raises 100/1701 when a non-empty field would lie
+// beyond field 160.
+template <class Field>
+int walk(const char *orn, int *length, Field &&field) {
     int n = 0;
     int start = 0;
     int pos = 0;
     auto close_field = [&](int end) {
-        if (n <= kLastField) {
-            parsed->start[n] = start;
-            parsed->len[n] = end - start;
-            if (end > start) parsed->maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
-        } else if (end > start) {
+        if (n <= kLastField)
+            field(n, start, end);
+        else if (end > start)
             er_TracedEscape(100, 1701, kSourceFile, __LINE__);
-        }
     };
     for (; orn[pos]; ++pos) {
         if (orn[pos] != kFieldSep && orn[pos] != kGroupEnd) continue;
@@ -42,8 +38,20 @@ int scan(const char *orn, nm_ParsedORN *parsed) {
         start = pos + 1;
     }
     close_field(pos);
-    parsed->length = pos;
+    *length = pos;
     return n;
+}
+
+// The walk noting where each field lies and which are non-empty.
+int scan(const char *orn, nm_ParsedORN *parsed) {
+    std::memset(parsed->start, 0xFF, sizeof parsed->start);  // every int -1: not reached
+    std::memset(parsed->len, 0, sizeof parsed->len);
+    std::memset(parsed->maps, 0, sizeof parsed->maps);
+    return walk(orn, &parsed->length, [parsed](int n, int start, int end) {
+        parsed->start[n] = start;
+        parsed->len[n] = end - start;
+        if (end > start) parsed->maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
+    });
 }
 
 // Separators that lead from field `from` (open at the insertion point) to
@@ -140,10 +148,10 @@ void nm_InitORN(char *orn, nm_ParsedORN *parsed) {
 }
 
 void nm_AddSeparators(char *tf, int field) {
-    nm_ParsedORN parsed;
-    int open = scan(tf, &parsed);
-    int count = separators(open, field, tf + parsed.length);
-    tf[parsed.length + count] = '\0';
+    int length = 0;
+    int open = walk(tf, &length, [](int, int, int) {});
+    int count = separators(open, field, tf + length);
+    tf[length + count] = '\0';
 }
 
 int nm_IsT61Field(int field) { return field >= 64 && field <= 127; }
