@@ -1,6 +1,5 @@
 // Packed O/R name text and the 161-slot field array; substitute characters;
 // command-line text, field arrays and attribute lists into packed text.
-#include <array>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +14,7 @@
 #include "nm.h"
 #include "os.h"
 #include "packed.hpp"
+#include "substitute.hpp"
 #include "t61.h"
 
 namespace cl {
@@ -48,45 +48,52 @@ void unpack(const char *tf, char **slots) {
     if (p > start && n <= kLastField) slots[n] = copy_span(start, p);
 }
 
+// Slots first to first + 31 with one 0x1D between neighbours, then the
+// group's 0x17. Separators are written only before a non-empty slot; after
+// the last one, group 1 keeps all of them, while the other groups drop them
+// together with any 0x1D bytes just before (a slot's own text included),
+// back to the start of the buffer at most.
+char *pack_group(char *const *slots, int first, char *out, char *p) {
+    const bool keep_separators = first == 0;
+    int owed = 0;
+    for (int i = first; i < first + kGroupSize; ++i) {
+        if (i > first) ++owed;
+        const char *s = slots[i];
+        if (!s) continue;
+        std::memset(p, kFieldSep, static_cast<std::size_t>(owed));
+        p += owed;
+        owed = 0;
+        std::size_t n = std::strlen(s);
+        std::memcpy(p, s, n);
+        p += n;
+    }
+    if (keep_separators) {
+        std::memset(p, kFieldSep, static_cast<std::size_t>(owed));
+        p += owed;
+    } else {
+        while (p > out && p[-1] == kFieldSep) --p;
+    }
+    *p++ = kGroupEnd;
+    return p;
+}
+
+// Groups 1 to 5, then field 160; the text ends at its last non-empty field,
+// without the separators and group ends after it.
 void pack(char *const *slots, char *out) {
     char *p = out;
-    for (int i = 0; i < kFieldCount; ++i) {
-        if (const char *s = slots[i]) {
-            std::size_t n = std::strlen(s);
-            std::memcpy(p, s, n);
-            p += n;
-        }
-        if (i % kGroupSize == kGroupSize - 1) {
-            if (i != kGroupSize - 1)
-                while (p > out && p[-1] == kFieldSep) --p;
-            *p++ = kGroupEnd;
-        } else {
-            *p++ = kFieldSep;
-        }
+    for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p);
+    if (const char *s = slots[kLastField]) {
+        std::size_t n = std::strlen(s);
+        std::memcpy(p, s, n);
+        p += n;
     }
-    *--p = '\0';  // the separator written after field 160
+    *p = '\0';
     while (p > out && (p[-1] == kFieldSep || p[-1] == kGroupEnd)) *--p = '\0';
 }
 
-// Substitute characters: space . / , ( ) are written _ ! | ; { }.
-
-constexpr char kReal[] = " ./,()";
-constexpr char kSubstitute[] = "_!|;{}";
-
-using ByteMap = std::array<unsigned char, 256>;
-
-constexpr ByteMap make_map(const char *from, const char *to) {
-    ByteMap map{};
-    for (int c = 0; c < 256; ++c) map[c] = static_cast<unsigned char>(c);
-    for (int i = 0; from[i]; ++i) map[static_cast<unsigned char>(from[i])] = static_cast<unsigned char>(to[i]);
-    return map;
-}
-
-constexpr ByteMap kToSubstitute = make_map(kReal, kSubstitute);
-constexpr ByteMap kFromSubstitute = make_map(kSubstitute, kReal);
-
+// Substitute characters (cl/substitute.hpp).
 void map_bytes(char *s, const ByteMap &map) {
-    for (; *s; ++s) *s = static_cast<char>(map[static_cast<unsigned char>(*s)]);
+    for (; *s; ++s) *s = map_byte(*s, map);
 }
 
 }  // namespace
@@ -103,9 +110,11 @@ void cl_UnPackToLargeArray(const char *tf, char ***array) {
 
 void cl_ORNArray2Tf(char **array, char *out) { cl::pack(array, out); }
 
+// Null slots hold nothing to release (os_free would accept them).
 void cl_FreeArray(char **array) {
     if (!array) return;
-    for (int i = 0; i < cl::kFieldCount; ++i) os_free(array[i]);
+    for (int i = 0; i < cl::kFieldCount; ++i)
+        if (array[i]) os_free(array[i]);
     os_free(array);
 }
 

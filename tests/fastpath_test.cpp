@@ -6,6 +6,7 @@
 #include <strings.h>
 
 #include <cctype>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,48 @@ TEST(FastPath, Group1TextIsTheSameWhetherTracedOrNot) {
         EXPECT_EQ(texts[0][1], texts[1][1]);
     }
     er_SubSystemLoggingLevel = saved;
+}
+
+// Packing as the packed form's rules state it, slot by slot: every slot's
+// text and a separator, group ends with the 0x1D bytes before them stepped
+// back over (except after group 1), the trailing ones removed.
+std::string reference_pack(char **slots) {
+    std::string out;
+    for (int i = 0; i <= 160; ++i) {
+        if (slots[i]) out += slots[i];
+        if (i % 32 == 31) {
+            if (i != 31)
+                while (!out.empty() && out.back() == '\x1D') out.pop_back();
+            out += '\x17';
+        } else {
+            out += '\x1D';
+        }
+    }
+    out.pop_back();
+    while (!out.empty() && (out.back() == '\x1D' || out.back() == '\x17')) out.pop_back();
+    return out;
+}
+
+// Random arrays, few slots set, some texts ending or starting with
+// separator bytes (which spill into the fields after them).
+TEST(FastPath, PackingWritesWhatTheSlotBySlotRulesWrite) {
+    std::mt19937 random(7);
+    const char *texts[] = {"a", "Smith", "x\x1D", "\x1D", "\x1Dy", "z\x17", "\x17", "", "p\x1D\x1D"};
+    for (int round = 0; round < 3000; ++round) {
+        char **slots = nullptr;
+        cl_UnPackToLargeArray("", &slots);
+        int count = static_cast<int>(random() % 12);
+        for (int k = 0; k < count; ++k) {
+            int field = static_cast<int>(random() % 161);
+            if (round % 3 == 0) field = field % 40 + (random() % 2 ? 120 : 0);
+            os_free(slots[field]);
+            slots[field] = os_strdup(texts[random() % (sizeof texts / sizeof *texts)]);
+        }
+        std::string packed(4096, '\0');
+        cl_ORNArray2Tf(slots, packed.data());
+        EXPECT_EQ(testkit::show(packed.c_str()), testkit::show(reference_pack(slots))) << round;
+        cl_FreeArray(slots);
+    }
 }
 
 }  // namespace
