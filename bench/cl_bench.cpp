@@ -115,9 +115,7 @@ void conversion(const Typical &t) {
 }
 void validation(const Typical &) { benchmark::DoNotOptimize(cl_ValidateORNFields(g_work.tf, kNewUser)); }
 void full_name_text(const Typical &) { benchmark::DoNotOptimize(cl_FormatFullName(g_work.tf, &g_work.utf8)); }
-void ascii_round_trip(const Typical &) {
-    cl_AsciiEncodedToTF(cl_FormatAsciiEncoded(g_work.tf), g_work.result);
-}
+void ascii_round_trip(const Typical &) { cl_AsciiEncodedToTF(cl_FormatAsciiEncoded(g_work.tf), g_work.result); }
 void typical_request(const Typical &t) {
     conversion(t);
     benchmark::DoNotOptimize(cl_ValidateORNFields(g_work.result, kNewUser));
@@ -141,11 +139,16 @@ void peer(const Typical &t) { peer_round(t); }
 enum class Input { kPersonal, kFull, kCommand, kPacked, kDn };
 const char *input_of(const Typical &t, Input in) {
     switch (in) {
-    case Input::kPersonal: return t.personal;
-    case Input::kFull: return t.full;
-    case Input::kCommand: return t.command;
-    case Input::kPacked: return g_work.tf;
-    case Input::kDn: return t.dn;
+        case Input::kPersonal:
+            return t.personal;
+        case Input::kFull:
+            return t.full;
+        case Input::kCommand:
+            return t.command;
+        case Input::kPacked:
+            return g_work.tf;
+        case Input::kDn:
+            return t.dn;
     }
     return "";
 }
@@ -269,26 +272,22 @@ std::string copy_key(const Typical &t, Input in) {
 void register_all() {
     for (const Typical &t : kTypical) {
         for (const Step &s : kSteps) {
-            benchmark::RegisterBenchmark(step_key(t, s.name).c_str(),
-                                         [&t, &s](benchmark::State &st) {
-                                             if (s.input == Input::kPacked) {
-                                                 conversion(t);
-                                                 std::strcpy(g_work.tf, g_work.result);
-                                             }
-                                             measure(st, [&] { s.run(t); });
-                                         })
-                ->Unit(benchmark::kNanosecond);
+            benchmark::RegisterBenchmark(step_key(t, s.name).c_str(), [&t, &s](benchmark::State &st) {
+                if (s.input == Input::kPacked) {
+                    conversion(t);
+                    std::strcpy(g_work.tf, g_work.result);
+                }
+                measure(st, [&] { s.run(t); });
+            })->Unit(benchmark::kNanosecond);
         }
         for (Input in : {Input::kPersonal, Input::kFull, Input::kCommand, Input::kPacked, Input::kDn}) {
-            benchmark::RegisterBenchmark(copy_key(t, in).c_str(),
-                                         [&t, in](benchmark::State &st) {
-                                             if (in == Input::kPacked) {
-                                                 conversion(t);
-                                                 std::strcpy(g_work.tf, g_work.result);
-                                             }
-                                             copy_floor(st, input_of(t, in));
-                                         })
-                ->Unit(benchmark::kNanosecond);
+            benchmark::RegisterBenchmark(copy_key(t, in).c_str(), [&t, in](benchmark::State &st) {
+                if (in == Input::kPacked) {
+                    conversion(t);
+                    std::strcpy(g_work.tf, g_work.result);
+                }
+                copy_floor(st, input_of(t, in));
+            })->Unit(benchmark::kNanosecond);
         }
     }
 }
@@ -309,12 +308,13 @@ void print_row(const Typical &t, const std::string &step, const Figures &f, cons
 // the names that ran. Returns the number of targets missed.
 int summarise() {
     int missed = 0;
-    std::printf("\n%-12s %-30s %10s %12s %8s %8s %8s %8s\n", "name", "step", "ns/name", "names/s", "allocs",
-                "bytes", "x peer", "x floor");
+    std::printf("\n%-12s %-30s %10s %12s %8s %8s %8s %8s\n", "name", "step", "ns/name", "names/s", "allocs", "bytes",
+                "x peer", "x floor");
     for (const Typical &t : kTypical) {
         const Figures *peer = figures(step_key(t, kPeerStep));
         for (const Step &s : kSteps)
-            if (const Figures *f = figures(step_key(t, s.name))) print_row(t, s.name, *f, peer, figures(copy_key(t, s.input)));
+            if (const Figures *f = figures(step_key(t, s.name)))
+                print_row(t, s.name, *f, peer, figures(copy_key(t, s.input)));
         for (Input in : {Input::kPersonal, Input::kFull, Input::kCommand, Input::kPacked, Input::kDn})
             if (const Figures *f = figures(copy_key(t, in)))
                 print_row(t, std::string("floor: copy ") + kInputName[static_cast<int>(in)], *f, peer, f);

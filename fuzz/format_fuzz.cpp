@@ -87,7 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         auto pnIa = format("personal name with IA", kNameText, [&] { return cl_FormatPersonalNameIa(tf, cs); });
         expect_prefix(pnIa, pn, "the personal name with IA does not extend it");
     }
-    if (!f[46].empty()) format("postal address", ~std::size_t{0}, [&] { return cl_FormatPostalAddress(f[46].c_str()); });
+    if (!f[46].empty())
+        format("postal address", ~std::size_t{0}, [&] { return cl_FormatPostalAddress(f[46].c_str()); });
 
     check_validation(tf, (in.flags >> 5) % 7);
     fuzz::check_ascii_round_trip(tf);

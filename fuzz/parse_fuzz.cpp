@@ -48,10 +48,18 @@ Outcome parse(Parser which, const std::string &text, unsigned flags) {
     int errIndex = -7;
     o.escape = testkit::run([&] {
         switch (which) {
-        case kFull: ret = cl_ParseFullOrn2(typed.data(), result.data(), &errIndex, marker); break;
-        case kPersonal: cl_ParseORN(typed.data(), result.data(), surname); break;
-        case kLocal: cl_ParseLoclAddr(typed.data(), result.data()); break;
-        case kNameNode: ret = cl_ParseNameLoclAddr2(typed.data(), result.data(), marker); break;
+            case kFull:
+                ret = cl_ParseFullOrn2(typed.data(), result.data(), &errIndex, marker);
+                break;
+            case kPersonal:
+                cl_ParseORN(typed.data(), result.data(), surname);
+                break;
+            case kLocal:
+                cl_ParseLoclAddr(typed.data(), result.data());
+                break;
+            case kNameNode:
+                ret = cl_ParseNameLoclAddr2(typed.data(), result.data(), marker);
+                break;
         }
     });
     o.result = ret;
@@ -81,22 +89,24 @@ void check_shape(Parser which, const Outcome &o, const std::string &text, unsign
         fuzz::expect(f[static_cast<std::size_t>(i)].size() <= bound, "a parsed field exceeds its upper bound", o.tf);
     }
     switch (which) {
-    case kPersonal:
-        fuzz::expect(o.tf.size() >= 4 && o.tf.back() == fuzz::kSep, "a personal name lacks its last separator", o.tf);
-        if (flags & 8) fuzz::expect(!f[0].empty(), "an empty surname passed with surnameRequired", o.tf);
-        break;
-    case kLocal:
-        fuzz::expect(!f[4].empty(), "a local address without its first unit passed", o.tf);
-        break;
-    case kNameNode:
-        // A mail node whose first two units are empty counts as absent, even
-        // when a later unit holds text ('Smith/,,Dev').
-        fuzz::expect(o.result == 1 ? !f[4].empty() : f[4].empty() && f[5].empty(),
-                     "the mail-node result disagrees with the units", o.tf);
-        break;
-    case kFull:
-        fuzz::expect(o.result == text_after_first_slash(text), "the result disagrees with the text after '/'", text);
-        break;
+        case kPersonal:
+            fuzz::expect(o.tf.size() >= 4 && o.tf.back() == fuzz::kSep, "a personal name lacks its last separator",
+                         o.tf);
+            if (flags & 8) fuzz::expect(!f[0].empty(), "an empty surname passed with surnameRequired", o.tf);
+            break;
+        case kLocal:
+            fuzz::expect(!f[4].empty(), "a local address without its first unit passed", o.tf);
+            break;
+        case kNameNode:
+            // A mail node whose first two units are empty counts as absent, even
+            // when a later unit holds text ('Smith/,,Dev').
+            fuzz::expect(o.result == 1 ? !f[4].empty() : f[4].empty() && f[5].empty(),
+                         "the mail-node result disagrees with the units", o.tf);
+            break;
+        case kFull:
+            fuzz::expect(o.result == text_after_first_slash(text), "the result disagrees with the text after '/'",
+                         text);
+            break;
     }
 }
 

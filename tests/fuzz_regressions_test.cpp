@@ -57,7 +57,9 @@ TEST(FuzzRegressions, SeparatorInAnExemptFieldValueStaysInItsField) {
     } cases[] = {
         {"Smith/Sales/postalAddress=a=b", 46},
         {"Smith/Sales/utf8Surname=a=b", 64},
-        {"Smith/Sales/utf8Surname=a\x17" "b", 64},
+        {"Smith/Sales/utf8Surname=a\x17"
+         "b",
+         64},
         {"Smith/Sales/conversionValue=S:a=b", 160},
         {"Smith/Sales/conversionValue=a=b", 160},
     };
@@ -77,8 +79,15 @@ TEST(FuzzRegressions, SeparatorInAnExemptFieldValueStaysInItsField) {
 // An extension attribute typed with a packed-form separator inside its type
 // or value: refused (8013), or kept inside the attribute's own two fields.
 TEST(FuzzRegressions, SeparatorInAnExtensionAttributeStaysInItsFields) {
-    const char *typed[] = {"Smith/Sales(a\x17" "b)", "Smith/Sales(a\x1D" "b)", "Smith/Sales(t\x17|v)",
-                           "Smith(x)/Sales(ref|" "\x17\x17\x17\x17\x17" "b)"};
+    const char *typed[] = {
+        "Smith/Sales(a\x17"
+        "b)",
+        "Smith/Sales(a\x1D"
+        "b)",
+        "Smith/Sales(t\x17|v)",
+        "Smith(x)/Sales(ref|"
+        "\x17\x17\x17\x17\x17"
+        "b)"};
     for (const char *t : typed) {
         char text[256], out[1024];
         std::strcpy(text, t);
@@ -90,10 +99,13 @@ TEST(FuzzRegressions, SeparatorInAnExtensionAttributeStaysInItsFields) {
         }
         Fields f = fields_of(out);
         EXPECT_TRUE(readable_by_name_library(out)) << testkit::show(t) << " gives " << testkit::show(out);
-        for (const auto &[field, value] : f) EXPECT_LE(field, 16) << testkit::show(t) << " gives " << testkit::show(out);
+        for (const auto &[field, value] : f)
+            EXPECT_LE(field, 16) << testkit::show(t) << " gives " << testkit::show(out);
     }
     // Through the command line the positional part reaches the same parser.
-    Converted r = convert("Smith/Sales(a\x17" "b)");
+    Converted r = convert(
+        "Smith/Sales(a\x17"
+        "b)");
     if (!r.outcome.escaped) {
         for (const auto &[field, value] : fields_of(r.tf.c_str())) EXPECT_LE(field, 16) << testkit::show(r.tf);
     }
@@ -151,8 +163,18 @@ TEST(FuzzRegressions, SeparatorInAnAttributeListValueStaysInItsField) {
         const char *text;
         bool ascii;
         int last;  // the last field the text names
-    } cases[] = {{"surname=a\x17" "b/givenName=Jo", false, 1}, {"surname=a\x1D" "b", false, 0},
-                 {"surname=a\x17" "b/givenName=Jo", true, 1}, {"surname=a\\\x17" "b", true, 0}};
+    } cases[] = {{"surname=a\x17"
+                  "b/givenName=Jo",
+                  false, 1},
+                 {"surname=a\x1D"
+                  "b",
+                  false, 0},
+                 {"surname=a\x17"
+                  "b/givenName=Jo",
+                  true, 1},
+                 {"surname=a\\\x17"
+                  "b",
+                  true, 0}};
     for (const Case &c : cases) {
         static char out[16384];
         testkit::Outcome o = testkit::run([&] {
