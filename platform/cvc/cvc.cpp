@@ -4,7 +4,6 @@
 #include <iconv.h>
 
 #include <array>
-#include <cstring>
 
 #include "ccs.h"
 #include "cvc.h"
@@ -33,9 +32,8 @@ bool available(const char *from_set, const char *to_set) {
     const char *from = ccs_IconvName(from_set ? from_set : "UTF8");
     const char *to = ccs_IconvName(to_set ? to_set : "UTF8");
     if (!from || !to) return false;
-    for (std::size_t i = 0; i < g_count; ++i)
-        if (std::strcmp(g_answers[i].from, from) == 0 && std::strcmp(g_answers[i].to, to) == 0)
-            return g_answers[i].available;
+    for (std::size_t i = 0; i < g_count; ++i)  // one static name per set: the pointers tell
+        if (g_answers[i].from == from && g_answers[i].to == to) return g_answers[i].available;
     bool answer = ask_iconv(from, to);
     if (g_count < g_answers.size()) g_answers[g_count++] = {from, to, answer};
     return answer;
