@@ -1,5 +1,6 @@
 // The name library's view of packed O/R name text: where each field lies,
 // which fields are present, and in-place rewriting of single fields.
+#include <array>
 #include <cstring>
 
 #include "er.h"
@@ -12,6 +13,16 @@ constexpr char kFieldSep = '\x1D';
 constexpr char kGroupEnd = '\x17';
 constexpr int kGroupSize = 32;
 constexpr int kLastField = NM_FIELDS - 1;
+
+// The bytes that end a field: its separator, its group's end, the text's end.
+constexpr std::array<bool, 256> make_field_ends() {
+    std::array<bool, 256> ends{};
+    ends[static_cast<unsigned char>(kFieldSep)] = true;
+    ends[static_cast<unsigned char>(kGroupEnd)] = true;
+    ends[0] = true;
+    return ends;
+}
+constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 
 int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 
@@ -31,13 +42,13 @@ int walk(const char *orn, int *length, Field &&field) {
         else if (end > start)
             er_TracedEscape(100, 1701, kSourceFile, __LINE__);
     };
-    for (; orn[pos]; ++pos) {
-        if (orn[pos] != kFieldSep && orn[pos] != kGroupEnd) continue;
+    for (;;) {
+        while (!kFieldEnd[static_cast<unsigned char>(orn[pos])]) ++pos;  // the field's bytes
         close_field(pos);
+        if (orn[pos] == '\0') break;
         n = orn[pos] == kGroupEnd ? next_group(n) : n + 1;
-        start = pos + 1;
+        start = ++pos;
     }
-    close_field(pos);
     *length = pos;
     return n;
 }
