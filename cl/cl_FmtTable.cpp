@@ -1,5 +1,6 @@
 // The unpacked field table every formatter reads: the fields of one name
 // copied into one block, with a table of pointers into it.
+#include <algorithm>
 #include <cstring>
 
 #include "cl.h"
@@ -22,36 +23,35 @@ char **unpack_table(const char *tf, const nm_ParsedORN *parsed, int fieldCount, 
     if (fieldCount < 0) fieldCount = 0;
     if (ornLength < 0) ornLength = 0;
     auto **table = static_cast<char **>(os_malloc(sizeof(char *) * static_cast<std::size_t>(fieldCount + 1)));
-    std::size_t block_size = static_cast<std::size_t>(fieldCount) + static_cast<std::size_t>(ornLength) + 1;
-    char *block = static_cast<char *>(os_malloc(block_size));
+    char *block = static_cast<char *>(
+        os_malloc(static_cast<std::size_t>(fieldCount) + static_cast<std::size_t>(ornLength) + 1));
     table[0] = block;
-    std::size_t fill = 0;
+    char *entry = block;
+    // Bytes of the block beyond one per field and the terminating entry's
+    // one: what the fields' texts may still take.
+    std::size_t spare = static_cast<std::size_t>(ornLength);
     for (int i = 0; i < fieldCount; ++i) {
-        int len = 0;
+        int len;  // always set by nm_GetFieldMemPtr
         const char *p = nm_GetFieldMemPtr(tf, parsed, i, &len);
-        char *entry = block + fill;
         table[i] = entry;
-        // Room for this field's bytes: the rest, less one byte for each
-        // later field and one for the terminating entry.
-        std::size_t room = block_size - fill - static_cast<std::size_t>(fieldCount - i) - 1;
-        std::size_t n = p && len > 0 ? static_cast<std::size_t>(len) : 0;
-        if (n > room) n = room;
-        if (n == 0) {
-            entry[0] = '\0';
-            fill += 1;
+        std::size_t n = p && len > 0 ? std::min(static_cast<std::size_t>(len), spare) : 0;
+        if (n == 0) {  // most fields of a name: one NUL
+            *entry++ = '\0';
             continue;
         }
         std::memcpy(entry, p, n);
-        if (entry[n - 1] == '\n') {
+        if (entry[n - 1] == '\n') {  // stored without it, in n bytes
             entry[n - 1] = '\0';
-            fill += n;
+            entry += n;
+            spare -= n - 1;
         } else {
             entry[n] = '\0';
-            fill += n + 1;
+            entry += n + 1;
+            spare -= n;
         }
     }
-    table[fieldCount] = block + fill;
-    block[fill] = '\0';
+    table[fieldCount] = entry;
+    *entry = '\0';
     return table;
 }
 
