@@ -37,7 +37,8 @@ const char *shown_value(const char *value, const char *internal, bool mapped) {
 
 // The name, cut at 14 characters (none: the empty name, which no set has).
 void copy_name(char (&to)[kInternalNameSize], const char *name) {
-    std::size_t n = name ? strnlen(name, sizeof to - 1) : 0;
+    if (!name) name = "";
+    std::size_t n = strnlen(name, sizeof to - 1);
     std::memcpy(to, name, n);
     to[n] = '\0';
 }
