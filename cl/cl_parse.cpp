@@ -153,10 +153,11 @@ struct Rules {
     int first_unit;        // -1: the text starts with a personal name
 };
 
-// A fixed field of the work area with its bound.
+// A fixed field of the work area with its bound and its current length.
 struct Slot {
     char *data;
     int max;
+    int *length;
 };
 
 class Scan {
@@ -205,12 +206,10 @@ public:
 
     // The fields in result order: surname, given name, initials, generation
     // qualifier, units 1 to 4.
-    void fields(const char *(&out)[kAllFields]) const {
-        out[0] = work_.surname;
-        out[1] = work_.given;
-        out[2] = work_.initials;
-        out[3] = work_.generation;
-        for (int u = 0; u < kUnits; ++u) out[4 + u] = work_.units[u];
+    void fields(std::string_view (&out)[kAllFields]) const {
+        const char *data[kAllFields] = {work_.surname, work_.given, work_.initials, work_.generation,
+                                        work_.units[0], work_.units[1], work_.units[2], work_.units[3]};
+        for (int f = 0; f < kAllFields; ++f) out[f] = {data[f], static_cast<std::size_t>(lengths_[f])};
     }
 
 private:
@@ -222,18 +221,20 @@ private:
         if (static_cast<int>(w.size()) > slot.max) CL_RAISE(kGroup, reason);
         std::memcpy(slot.data, w.data(), w.size());
         slot.data[w.size()] = '\0';
+        *slot.length = static_cast<int>(w.size());
     }
     static void append(Slot slot, std::string_view w, int reason) {
-        const auto have = std::strlen(slot.data);
-        if (static_cast<int>(have + w.size()) > slot.max) CL_RAISE(kGroup, reason);
+        const int have = *slot.length;
+        if (have + static_cast<int>(w.size()) > slot.max) CL_RAISE(kGroup, reason);
         std::memcpy(slot.data + have, w.data(), w.size());
         slot.data[have + w.size()] = '\0';
+        *slot.length = have + static_cast<int>(w.size());
     }
-    Slot surname() { return {work_.surname, kSurnameMax}; }
-    Slot given() { return {work_.given, kGivenNameMax}; }
-    Slot initials() { return {work_.initials, kInitialsMax}; }
-    Slot generation() { return {work_.generation, kGenerationMax}; }
-    Slot unit(int u) { return {work_.units[u], kUnitMax}; }
+    Slot surname() { return {work_.surname, kSurnameMax, &lengths_[0]}; }
+    Slot given() { return {work_.given, kGivenNameMax, &lengths_[1]}; }
+    Slot initials() { return {work_.initials, kInitialsMax, &lengths_[2]}; }
+    Slot generation() { return {work_.generation, kGenerationMax, &lengths_[3]}; }
+    Slot unit(int u) { return {work_.units[u], kUnitMax, &lengths_[4 + u]}; }
 
     void store_surname(int pos) {
         store(surname(), word(pos), kSurnameTooLong);
@@ -328,18 +329,18 @@ private:
     int start_ = 0;
     unsigned seen_ = 0;
     WorkArea work_{};
+    int lengths_[kAllFields] = {};  // of the work area's fields, in result order
 };
 static_assert(std::is_trivially_destructible_v<Scan>);
 
 // Writes count fields joined by the field separator, with one after the
 // last when `closed`, and the terminator.
-void join(char *result, const char *const *fields, int count, bool closed) {
+void join(char *result, const std::string_view *fields, int count, bool closed) {
     char *out = result;
     for (int i = 0; i < count; ++i) {
         if (i > 0) *out++ = kFieldSep;
-        const auto n = std::strlen(fields[i]);
-        std::memcpy(out, fields[i], n);
-        out += n;
+        std::memcpy(out, fields[i].data(), fields[i].size());
+        out += fields[i].size();
     }
     if (closed) *out++ = kFieldSep;
     *out = '\0';
@@ -356,7 +357,7 @@ void parse_orn(char *name, char *result, int surname_required) {
     Scan scan(name, Rules{false, true, false, -1});
     tidy_and_scan(name, scan);
     if (surname_required && scan.work().surname[0] == '\0') CL_RAISE(kGroup, kNoSurname);
-    const char *fields[kAllFields];
+    std::string_view fields[kAllFields];
     scan.fields(fields);
     join(result, fields, kNameFields, true);
 }
@@ -365,7 +366,7 @@ int parse_name_and_node(char *text, char *result, int allow_marker) {
     Scan scan(text, Rules{true, allow_marker != 0, true, -1});
     tidy_and_scan(text, scan);
     scan.settle_mail_node();
-    const char *fields[kAllFields];
+    std::string_view fields[kAllFields];
     scan.fields(fields);
     join(result, fields, kAllFields, false);
     return scan.has_mail_node() ? 1 : 0;
@@ -375,7 +376,7 @@ void parse_local_address(char *text, char *result) {
     Scan scan(text, Rules{true, true, false, 0});
     tidy_and_scan(text, scan);
     if (scan.work().units[0][0] == '\0') CL_RAISE(kGroup, kNoMailNode);
-    const char *fields[kAllFields];
+    std::string_view fields[kAllFields];
     scan.fields(fields);
     join(result, fields, kAllFields, false);  // the personal-name fields are empty
 }
