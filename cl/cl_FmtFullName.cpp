@@ -28,7 +28,8 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     fmt::Text &work = g_work;
     result.begin();
     work.begin();
-    char **table = fmt::unpack(tf, fmt::kAllFields);
+    fmt::LocalTable local;
+    char **table = fmt::unpack(tf, fmt::kAllFields, local);
 
     work.append(cl_FrmtGroup1PP(table, mailNodeOnly));
     work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? kCommonName + 1 : kCommonName, kLastGroup2, 0));
@@ -49,7 +50,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     }
     if (withIA) append_converted(result, table, cs, kIA, kIA);
 
-    cl_FreeORN(table);
+    fmt::release(table, local);
     return result.data();
 }
 

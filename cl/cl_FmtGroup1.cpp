@@ -159,9 +159,10 @@ char *cl_FrmtGroup1PP(char **table, int mailNodeOnly) {
 }
 
 char *cl_FormatGroup1(const char *tf) {
-    char **table = cl::fmt::unpack(tf, cl::kGroup1Fields);
+    cl::fmt::LocalTable local;
+    char **table = cl::fmt::unpack(tf, cl::kGroup1Fields, local);
     char *text = cl::group1(table, false);
-    cl_FreeORN(table);
+    cl::fmt::release(table, local);
     return text;
 }
 

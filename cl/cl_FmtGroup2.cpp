@@ -81,9 +81,10 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
 // A whole name as attribute entries. These forms are read back, so a text
 // that does not fit is refused rather than cut.
 char *attribute_list(const char *tf, bool asciiEncode) {
-    char **table = fmt::unpack(tf, fmt::kAllFields);
+    fmt::LocalTable local;
+    char **table = fmt::unpack(tf, fmt::kAllFields, local);
     fmt::Text &out = entries(table, 0, fmt::kAllFields - 1, asciiEncode);
-    cl_FreeORN(table);
+    fmt::release(table, local);
     if (out.full()) CL_RAISE(100, kListTooLong);
     return out.data();
 }

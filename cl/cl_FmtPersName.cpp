@@ -19,22 +19,24 @@ fmt::Text g_group1_copy{fmt::kFullSize};
 char *personal_name(const char *tf, ccs_Descriptor *cs, bool withIA) {
     fmt::Text &out = g_personal;
     out.begin();
-    char **table = fmt::unpack(tf, fmt::kAllFields);
+    fmt::LocalTable local;
+    char **table = fmt::unpack(tf, fmt::kAllFields, local);
     out.append(cl_FrmtGroup1PNPP(table));
     out.join(cl_FrmtGroup2PP(table, kCommonName, kCommonName, 0));
     out.append(cl_FrmtGroup345PP(table, cs, 64, 67, 1), cs);
     out.append(cl_FrmtGroup345PP(table, cs, 96, 96, 1), cs);
     if (withIA) out.append(cl_FrmtGroup345PP(table, cs, kIA, kIA, !out.empty()), cs);
-    cl_FreeORN(table);
+    fmt::release(table, local);
     return out.data();
 }
 
 char *group1_personal_name(const char *tf) {
     fmt::Text &out = g_group1_copy;
     out.begin();
-    char **table = fmt::unpack(tf, fmt::kAllFields);
+    fmt::LocalTable local;
+    char **table = fmt::unpack(tf, fmt::kAllFields, local);
     out.append(cl_FrmtGroup1PNPP(table));
-    cl_FreeORN(table);
+    fmt::release(table, local);
     return out.data();
 }
 

@@ -1,9 +1,11 @@
 // The unpacked field table every formatter reads: the fields of one name
 // copied into one block, with a table of pointers into it.
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "cl.h"
+#include "fmt_buffer.hpp"
 #include "frame.hpp"
 #include "nm.h"
 #include "os.h"
@@ -15,10 +17,23 @@ constexpr const char kSourceFile[] = "cl/cl_format";
 
 // Block layout: the fields one after another, each closed by a NUL (a field
 // ending in a line feed is stored without it), then the empty text that the
-// terminating entry points at. Every field needs one byte of the block at
-// least, so a field is cut where copying it whole would leave the remaining
-// fields no room: an ornLength smaller than the text cannot make the copy
-// overrun the block.
+// terminating entry points at.
+
+// Places a field's n bytes (n > 0) at entry and returns where the next
+// field starts.
+inline char *place(char *entry, const char *p, std::size_t n) {
+    std::memcpy(entry, p, n);
+    if (entry[n - 1] == '\n') {  // stored without it, in n bytes
+        entry[n - 1] = '\0';
+        return entry + n;
+    }
+    entry[n] = '\0';
+    return entry + n + 1;
+}
+
+// Every field needs one byte of the block at least, so a field is cut where
+// copying it whole would leave the remaining fields no room: an ornLength
+// smaller than the text cannot make the copy overrun the block.
 char **unpack_table(const char *tf, const nm_ParsedORN *parsed, int fieldCount, int ornLength) {
     if (fieldCount < 0) fieldCount = 0;
     if (ornLength < 0) ornLength = 0;
@@ -39,23 +54,66 @@ char **unpack_table(const char *tf, const nm_ParsedORN *parsed, int fieldCount, 
             *entry++ = '\0';
             continue;
         }
-        std::memcpy(entry, p, n);
-        if (entry[n - 1] == '\n') {  // stored without it, in n bytes
-            entry[n - 1] = '\0';
-            entry += n;
-            spare -= n - 1;
-        } else {
-            entry[n] = '\0';
-            entry += n + 1;
-            spare -= n;
-        }
+        char *next = place(entry, p, n);
+        spare -= static_cast<std::size_t>(next - entry) - 1;
+        entry = next;
     }
     table[fieldCount] = entry;
     *entry = '\0';
     return table;
 }
 
+// The packed form's bytes: which end a field.
+constexpr std::array<bool, 256> make_field_ends() {
+    std::array<bool, 256> ends{};
+    ends[static_cast<unsigned char>(kFieldSep)] = true;
+    ends[static_cast<unsigned char>(kGroupEnd)] = true;
+    ends[0] = true;
+    return ends;
+}
+constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
+
+// Empty fields from..to-1: one NUL each, which the block already holds.
+inline char *empty_fields(char **entries, int from, int to, char *entry) {
+#pragma GCC unroll 8  // most fields of a name are empty
+    for (int i = from; i < to; ++i) entries[i] = entry++;
+    return entry;
+}
+
 }  // namespace
+
+namespace fmt {
+
+// The walk of the packed form: after field n, 0x1D opens field n + 1 and
+// 0x17 the first field of the next group. The block is cleared first, so an
+// empty field is just its entry.
+char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
+    if (length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
+    char **entries = local.entries;
+    char *block = local.block;
+    std::memset(block, 0, static_cast<std::size_t>(fieldCount + length + 1));
+    char *entry = block;
+    int next = 0;  // the first field not yet placed
+    int n = 0;     // the field being read
+    const char *p = tf;
+    for (;;) {
+        const char *start = p;
+        while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;
+        if (n >= fieldCount) break;
+        entry = empty_fields(entries, next, n, entry);
+        entries[n] = entry;
+        entry = p > start ? place(entry, start, static_cast<std::size_t>(p - start)) : entry + 1;
+        next = n + 1;
+        if (*p == '\0') break;
+        n = *p == kGroupEnd ? (n / kGroupSize + 1) * kGroupSize : n + 1;
+        ++p;
+    }
+    entry = empty_fields(entries, next, fieldCount, entry);
+    entries[fieldCount] = entry;
+    return entries;
+}
+
+}  // namespace fmt
 }  // namespace cl
 
 extern "C" {

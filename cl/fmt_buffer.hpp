@@ -9,9 +9,11 @@
 #include "ccs.h"
 #include "cl.h"
 #include "da.h"
+#include "frame.hpp"
 #include "fstr.h"
 #include "nm.h"
 #include "os.h"
+#include "packed.hpp"
 #include "str.h"
 #include "substitute.hpp"
 
@@ -143,15 +145,40 @@ inline char *bounded_copy(char *work, int size, const char *s) {
     return str_strncat(work, s, size - 1, 0);
 }
 
-// Parses packed text and unpacks its first fieldCount fields; the caller
-// frees the table with cl_FreeORN.
-inline char **unpack(const char *tf, int fieldCount) {
+// An unpacked field table kept in the formatter's own frame: the entries
+// and a block for texts of up to kTextMax bytes (fields 0 to 160, one NUL
+// each, the terminating entry's NUL). Trivially destructible, so an escape
+// may cross it.
+struct LocalTable {
+    static constexpr int kTextMax = 4096;
+    char *entries[kFieldCount + 1];
+    char block[kFieldCount + kTextMax + 1];
+};
+
+// Fills local with the first fieldCount fields of tf, read by the packed
+// form's own rules, and returns its entries; null when tf is longer than
+// the block holds. The table is laid out exactly as cl_UnpackFullORN lays
+// it out.
+char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local);
+
+// Parses packed text (the name library checks it) and unpacks its first
+// fieldCount fields: into local, unless cl_UnpackFullORN would trace or the
+// text does not fit there, then into a new table. Hand the result to
+// release().
+inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
     nm_ParsedORN parsed;
     int status = 0;
     nm_ParseORN(tf, &parsed, &status);
+    int length = static_cast<int>(std::strlen(tf));
+    if (!traces(kTrace19))
+        if (char **table = unpack_local(tf, length, fieldCount, local)) return table;
     char **table = nullptr;
-    cl_UnpackFullORN(tf, &table, &parsed, fieldCount, static_cast<int>(std::strlen(tf)));
+    cl_UnpackFullORN(tf, &table, &parsed, fieldCount, length);
     return table;
+}
+
+inline void release(char **table, LocalTable &local) {
+    if (table != local.entries) cl_FreeORN(table);
 }
 
 // The display text of the special entry "<number>" 0x1D "<CV of value>",
