@@ -1,5 +1,6 @@
 // Packed O/R name text and the 161-slot field array; substitute characters;
 // command-line text, field arrays and attribute lists into packed text.
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -32,43 +33,64 @@ char *copy_span(const char *begin, const char *end) {
     return copy;
 }
 
-// Slots are copied straight from the text, so no field length limit applies
-// here; fields the text would place beyond 160 are not stored.
-void unpack(const char *tf, char **slots) {
+// Calls field(n, begin, end) for every non-empty field of the packed text
+// up to field 160; fields the text would place beyond 160 are skipped.
+template <class Field>
+void walk_fields(const char *tf, Field &&field) {
     int n = 0;
     const char *start = tf;
     const char *p = tf;
     for (; *p; ++p) {
         if (*p != kFieldSep && *p != kGroupEnd) continue;
-        if (n <= kLastField) slots[n] = p > start ? copy_span(start, p) : nullptr;
+        if (n <= kLastField && p > start) field(n, start, p);
         ++n;
         if (*p == kGroupEnd) n = ((n - 1) / kGroupSize + 1) * kGroupSize;
         start = p + 1;
     }
-    if (p > start && n <= kLastField) slots[n] = copy_span(start, p);
+    if (p > start && n <= kLastField) field(n, start, p);
 }
 
+// Slots are copied straight from the text, so no field length limit applies
+// here.
+void unpack(const char *tf, char **slots) {
+    walk_fields(tf, [slots](int n, const char *begin, const char *end) { slots[n] = copy_span(begin, end); });
+}
+
+// A slot's text as packing reads it: not necessarily terminated.
+struct Piece {
+    const char *text;
+    std::size_t len;
+};
+
+// The slots of a field array: each_set(first, end, f) calls f(i, piece)
+// for every set slot from first to end - 1, in order.
+struct ArraySlots {
+    char *const *slots;
+    template <class F>
+    void each_set(int first, int end, F &&f) const {
+#pragma GCC unroll 8  // most slots are null: a short step over each
+        for (int i = first; i < end; ++i)
+            if (const char *s = slots[i]) f(i, Piece{s, std::strlen(s)});
+    }
+};
+
 // Slots first to first + 31 with one 0x1D between neighbours, then the
-// group's 0x17. Separators are written only before a non-empty slot; after
-// the last one, group 1 keeps all of them, while the other groups drop them
+// group's 0x17. Separators are written only before a set slot; after the
+// last one, group 1 keeps all of them, while the other groups drop them
 // together with any 0x1D bytes just before (a slot's own text included),
 // back to the start of the buffer at most.
-char *pack_group(char *const *slots, int first, char *out, char *p) {
-    const bool keep_separators = first == 0;
-    int owed = 0;
-#pragma GCC unroll 8  // most slots are null: a short step over each
-    for (int i = first; i < first + kGroupSize; ++i) {
-        if (i > first) ++owed;
-        const char *s = slots[i];
-        if (!s) continue;
-        std::memset(p, kFieldSep, static_cast<std::size_t>(owed));
-        p += owed;
-        owed = 0;
-        std::size_t n = std::strlen(s);
-        std::memcpy(p, s, n);
-        p += n;
-    }
-    if (keep_separators) {
+template <class Slots>
+char *pack_group(const Slots &slots, int first, char *out, char *p) {
+    int last = first;  // the last slot written; i - last separators lead to slot i
+    slots.each_set(first, first + kGroupSize, [&](int i, Piece s) {
+        std::memset(p, kFieldSep, static_cast<std::size_t>(i - last));
+        p += i - last;
+        last = i;
+        std::memcpy(p, s.text, s.len);
+        p += s.len;
+    });
+    if (first == 0) {
+        int owed = kGroupSize - 1 - last;
         std::memset(p, kFieldSep, static_cast<std::size_t>(owed));
         p += owed;
     } else {
@@ -80,14 +102,14 @@ char *pack_group(char *const *slots, int first, char *out, char *p) {
 
 // Groups 1 to 5, then field 160; the text ends at its last non-empty field,
 // without the separators and group ends after it.
-void pack(char *const *slots, char *out) {
+template <class Slots>
+void pack(const Slots &slots, char *out) {
     char *p = out;
     for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p);
-    if (const char *s = slots[kLastField]) {
-        std::size_t n = std::strlen(s);
-        std::memcpy(p, s, n);
-        p += n;
-    }
+    slots.each_set(kLastField, kFieldCount, [&p](int, Piece s) {
+        std::memcpy(p, s.text, s.len);
+        p += s.len;
+    });
     *p = '\0';
     while (p > out && (p[-1] == kFieldSep || p[-1] == kGroupEnd)) *--p = '\0';
 }
@@ -109,7 +131,7 @@ void cl_UnPackToLargeArray(const char *tf, char ***array) {
     *array = slots;
 }
 
-void cl_ORNArray2Tf(char **array, char *out) { cl::pack(array, out); }
+void cl_ORNArray2Tf(char **array, char *out) { cl::pack(cl::ArraySlots{array}, out); }
 
 // Null slots hold nothing to release (os_free would accept them).
 void cl_FreeArray(char **array) {
@@ -251,54 +273,110 @@ void check_controls(int field, const char *value, int len, int allowMarker) {
     }
 }
 
-// The packed form of an attribute value, as a new string.
-char *stored_value(int field, char *value, int len) {
-    if (nm_IsT61Field(field)) return os_strdup(value);
+// The fields of the name while the attribute part fills them in, as pieces
+// of the texts that hold them: the positional packed text, the entry copy,
+// and the copies of the values that the directory-attribute library
+// converts (fields 130 and 35, at most one each). From these the result is
+// packed, or the field array made, once every attribute has been accepted.
+// Trivially destructible: it lives in the converting frame across escapes.
+struct NameFields {
+    std::uint32_t set[kFieldCount / kGroupSize + 1];  // bit i % 32 of word i / 32: slot i is set
+    Piece slots[kFieldCount];                          // read only where set
+    char *entry;                                       // the entry copy (mdc_free)
+    char *owned[2];                                    // converted values (os_free)
+    int ownedCount;
+
+    bool is_set(int i) const { return (set[i / kGroupSize] >> (i % kGroupSize)) & 1U; }
+    template <class F>
+    void each_set(int first, int end, F &&f) const {  // within one group
+        std::uint32_t word = set[first / kGroupSize] >> (first % kGroupSize);
+        if (end - first < kGroupSize) word &= (UINT32_C(1) << (end - first)) - 1;
+        while (word) {
+            int i = first + __builtin_ctz(word);
+            word &= word - 1;
+            f(i, slots[i]);
+        }
+    }
+
+    void start(const char *positionalTF) {
+        std::memset(set, 0, sizeof set);
+        entry = nullptr;
+        ownedCount = 0;
+        walk_fields(positionalTF, [this](int n, const char *begin, const char *end) {
+            put(n, Piece{begin, static_cast<std::size_t>(end - begin)});
+        });
+    }
+    void put(int field, Piece piece) {
+        slots[field] = piece;
+        set[field / kGroupSize] |= UINT32_C(1) << (field % kGroupSize);
+    }
+    // A terminated text as the field's value.
+    void set_text(int field, const char *text) { put(field, Piece{text, std::strlen(text)}); }
+    void set_copy(int field, const char *text) {
+        char *copy = os_strdup(text);
+        owned[ownedCount++] = copy;
+        set_text(field, copy);
+    }
+    char **to_array() const {
+        auto **array = static_cast<char **>(os_malloc(sizeof(char *) * kFieldCount));
+        for (int i = 0; i < kFieldCount; ++i)
+            array[i] = is_set(i) ? copy_span(slots[i].text, slots[i].text + slots[i].len) : nullptr;
+        return array;
+    }
+    void release() {
+        mdc_free(entry);
+        entry = nullptr;
+        while (ownedCount > 0) os_free(owned[--ownedCount]);
+    }
+};
+
+// Stores an attribute value in its field, in packed form.
+void store_value(NameFields &fields, int field, char *value, int len) {
+    if (nm_IsT61Field(field)) return fields.set_text(field, value);
     switch (field) {
     case kIAField:
-        return os_strdup(da_IAConvAttToTF(value, -1, 0));
+        return fields.set_copy(field, da_IAConvAttToTF(value, -1, 0));
     case kCVField: {
         const char *simple = value;
         int n = len;
         da_AdjustCVToSimple(&simple, &n);
         value[simple - value + n] = '\0';
-        return os_strdup(simple);
+        return fields.set_text(field, simple);
     }
     case kPSAPField: {
         int n = 0;
-        return os_strdup(da_PSAPConvAttToTF(value, len, &n));
+        return fields.set_copy(field, da_PSAPConvAttToTF(value, len, &n));
     }
     default:
-        return os_strdup(value);
+        return fields.set_text(field, value);
     }
 }
 
-void store_attribute(char **array, int field, char *value, int len, int allowMarker) {
+void store_attribute(NameFields &fields, int field, char *value, int len, int allowMarker) {
     if (field < 0 || field > kLastField) CL_RAISE(100, 4634);
-    if (array[field]) CL_RAISE(100, 4635);
+    if (fields.is_set(field)) CL_RAISE(100, 4635);
     bool exempt = field == kCVField || field == kPSAPField || field == kPostalField || nm_IsT61Field(field);
     if (!exempt) check_controls(field, value, len, allowMarker);
     // Whatever the field, a separator of the packed form would move the
     // fields after it (field 130 turns 0x1D into '=' itself).
     else if (holds_separator(value, len)) CL_RAISE(100, 4636);
-    array[field] = stored_value(field, value, len);
+    store_value(fields, field, value, len);
 }
 
-// The array of the positional fields, filled from the attribute part (which
-// is rewritten). On an escape the entry copy and the array are released
-// before the escape goes on.
-char **fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping, int allowMarker) {
-    char **volatile array = nullptr;
-    char *volatile entry = nullptr;
+// The positional fields, filled from the attribute part (which is
+// rewritten). On an escape the entry copy and the converted values are
+// released before the escape goes on; otherwise the caller releases them
+// once it has taken the fields.
+void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping, int allowMarker,
+                          NameFields &fields) {
+    fields.start(positionalTF);
     pass_on_block(
         CL_HERE,
         [&] {
-            char **fresh = nullptr;
-            cl_UnPackToLargeArray(positionalTF, &fresh);
-            array = fresh;
             for (char *p = attrs; *p; ++p)
                 if (*p == kRepeatedDelimiter) *p = kNameValue;
-            entry = os_strdup(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
+            fields.entry = os_strdup(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
+            char *entry = fields.entry;
             dr_ValidateEntry(entry, 0, allowMarker, 0, 1);
             da_AttrCursor cursor;
             da_ParseAttribList(entry, &cursor);
@@ -307,16 +385,10 @@ char **fill_from_attributes(char *attrs, const char *positionalTF, int tagMappin
             int len = 0;
             while (da_GetAttrib(entry, &cursor, 0, &name, &value, &len)) {
                 int field = da_AttIdToORNIndex(name, static_cast<int>(std::strlen(name)));
-                store_attribute(array, field, value, len, allowMarker);
+                store_attribute(fields, field, value, len, allowMarker);
             }
-            mdc_free(entry);
-            entry = nullptr;
         },
-        [&] {
-            mdc_free(entry);
-            if (array) cl_FreeArray(array);
-        });
-    return array;
+        [&] { fields.release(); });
 }
 
 void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset, int arrayResult,
@@ -336,11 +408,15 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
             return array;
         }
     }
-    char **array = fill_from_attributes(t + i, packed, tagMapping, allowMarker);
-    if (arrayResult) return array;
-    cl_ORNArray2Tf(array, out);
-    cl_FreeArray(array);
-    return out;
+    NameFields fields;
+    fill_from_attributes(t + i, packed, tagMapping, allowMarker, fields);
+    void *result = out;
+    if (arrayResult)
+        result = fields.to_array();
+    else
+        pack(fields, out);
+    fields.release();
+    return result;
 }
 
 void conv_to_da(char *text, char *out, int tagMapping, int allowMarker, int numeric, ccs_Descriptor *charset,

@@ -10,11 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "ccs.h"
 #include "cl.h"
 #include "da.h"
 #include "er.h"
 #include "format_support.hpp"
 #include "t61.h"
+#include "testkit.hpp"
 
 namespace {
 
@@ -190,3 +192,108 @@ TEST(FastPath, PackingWritesWhatTheSlotBySlotRulesWrite) {
 }
 
 }  // namespace
+
+// Random packed text: fields of assorted texts (line feeds at the end, in
+// the middle, alone) joined by 0x1D and 0x17, so that groups close early,
+// group 1 overflows into group 2, and fields far along are reached; no
+// non-empty field beyond 160. Every third text is longer than the
+// formatters' own table holds, so their other way is taken too.
+std::string random_packed(std::mt19937 &random, int round) {
+    const std::string texts[] = {"", "", "", "a", "Smith", "x\n", "\n", "a\nb", "\xC3\xA9t\xC3\xA9", "q r",
+                                 std::string(300, 'w')};
+    std::string text;
+    int n = 0;
+    int pieces = static_cast<int>(random() % 60);
+    if (round % 3 == 0) text = std::string(4100, 'L');
+    for (int k = 0; k < pieces; ++k) {
+        int next = random() % 5 == 0 ? (n / 32 + 1) * 32 : n + 1;
+        if (next > 150) break;
+        text += next == n + 1 ? '\x1D' : '\x17';
+        n = next;
+        text += texts[random() % (sizeof texts / sizeof *texts)];
+    }
+    return text;
+}
+
+// A formatter's text, or the reason of its escape.
+template <class F>
+std::string outcome_text(F &&format) {
+    const char *text = nullptr;
+    testkit::Outcome o = testkit::run([&] { text = format(); });
+    return o.escaped ? "escape " + std::to_string(o.reason) : std::string(text);
+}
+
+// The formatters unpack into a table of their own unless cl_UnpackFullORN
+// would trace (above level 9); both tables hold the same fields. The native
+// attribute list shows every field, the full name the converted ones too.
+TEST(FastPath, FormattersSeeTheSameFieldsInTheirOwnTable) {
+    std::mt19937 random(11);
+    ccs_Descriptor utf8;
+    ASSERT_EQ(ccs_GetCSDescriptor("UTF8", &utf8), 1);
+    testkit::TraceCapture quiet;
+    int saved = er_SubSystemLoggingLevel;
+    for (int round = 0; round < 600; ++round) {
+        std::string tf = random_packed(random, round);
+        std::string texts[2][4];
+        for (int level : {9, 10}) {
+            er_SubSystemLoggingLevel = level;
+            std::string *t = texts[level - 9];
+            const char *p = tf.c_str();
+            t[0] = outcome_text([&] { return cl_FormatNative(p); });
+            t[1] = outcome_text([&] { return cl_FormatFullName(p, &utf8); });
+            t[2] = outcome_text([&] { return cl_FormatGroup1(p); });
+            t[3] = outcome_text([&] { return cl_FormatPersonalName(p, &utf8); });
+        }
+        er_SubSystemLoggingLevel = saved;
+        for (int k = 0; k < 4; ++k) EXPECT_EQ(texts[0][k], texts[1][k]) << round << ' ' << testkit::show(tf);
+    }
+    er_SubSystemLoggingLevel = saved;
+}
+
+// A random command-line argument: sometimes a positional part, then
+// attributes for random fields (the special ones among them, and repeats)
+// with assorted values.
+std::string random_argument(std::mt19937 &random) {
+    const char *positional[] = {"", "Smith/", "John Smith/Sales,London/", "J.R.R. Gruteda/R/", "/Sales/"};
+    const char *values[] = {"a", "Acme", "x y", "\xC3\xA9t\xC3\xA9", "*", "p\\/q", "a\\=b", "1",
+                            "SIMPLE:abc", "'0101'H/NS+12345"};
+    const int special[] = {0, 1, 8, 9, 35, 46, 64, 96, 128, 130, 160};
+    std::string text = positional[random() % 5];
+    int count = 1 + static_cast<int>(random() % 5);
+    for (int k = 0; k < count; ++k) {
+        int field = random() % 2 ? special[random() % 11] : static_cast<int>(random() % 161);
+        text += da_AttribNumberToLocName(da_nmFieldNum2DANum(field));
+        text += '=';
+        text += values[random() % 10];
+        if (k + 1 < count) text += '/';
+    }
+    return text;
+}
+
+// The packed result is written from the fields as they were filled, without
+// the field array; it is what packing the array of the same argument gives,
+// and both ways refuse the same arguments.
+TEST(FastPath, ConversionPacksWhatItsArrayPacks) {
+    std::mt19937 random(5);
+    ccs_Descriptor utf8;
+    ASSERT_EQ(ccs_GetCSDescriptor("UTF8", &utf8), 1);
+    int accepted = 0;
+    for (int round = 0; round < 2000; ++round) {
+        std::string argument = random_argument(random);
+        int marker = round % 2;
+        std::string typed = argument;
+        char out[8192];
+        std::string direct = outcome_text([&] { return cl_ConvCltoORN(typed.data(), out, 0, marker, &utf8); });
+        typed = argument;
+        char packed[8192];
+        std::string viaArray = outcome_text([&]() -> const char * {
+            char **array = cl_ConvCltoArray(typed.data(), out, 0, marker, &utf8);
+            cl_ORNArray2Tf(array, packed);
+            cl_FreeArray(array);
+            return packed;
+        });
+        EXPECT_EQ(testkit::show(direct), testkit::show(viaArray)) << argument;
+        accepted += direct.rfind("escape", 0) != 0;
+    }
+    EXPECT_GT(accepted, 500);  // most arguments convert
+}
