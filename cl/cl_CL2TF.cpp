@@ -80,7 +80,7 @@ struct ArraySlots {
 // together with any 0x1D bytes just before (a slot's own text included),
 // back to the start of the buffer at most.
 template <class Slots>
-char *pack_group(const Slots &slots, int first, char *out, char *p) {
+char *pack_group(const Slots &slots, int first, char *out, char *p, char *&content_end) {
     int last = first;  // the last slot written; i - last separators lead to slot i
     slots.each_set(first, first + kGroupSize, [&](int i, Piece s) {
         std::memset(p, kFieldSep, static_cast<std::size_t>(i - last));
@@ -88,6 +88,7 @@ char *pack_group(const Slots &slots, int first, char *out, char *p) {
         last = i;
         std::memcpy(p, s.text, s.len);
         p += s.len;
+        if (s.len > 0) content_end = p;
     });
     if (first == 0) {
         int owed = kGroupSize - 1 - last;
@@ -95,22 +96,28 @@ char *pack_group(const Slots &slots, int first, char *out, char *p) {
         p += owed;
     } else {
         while (p > out && p[-1] == kFieldSep) --p;
+        if (p < content_end) content_end = p;
     }
     *p++ = kGroupEnd;
     return p;
 }
 
 // Groups 1 to 5, then field 160; the text ends at its last non-empty field,
-// without the separators and group ends after it.
+// without the separators and group ends after it. Only separators and group
+// ends were written after content_end, so those are cleared at once; the
+// slots' own trailing ones, one by one.
 template <class Slots>
 void pack(const Slots &slots, char *out) {
     char *p = out;
-    for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p);
-    slots.each_set(kLastField, kFieldCount, [&p](int, Piece s) {
+    char *content_end = out;  // just after the last byte of a non-empty slot
+    for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p, content_end);
+    slots.each_set(kLastField, kFieldCount, [&](int, Piece s) {
         std::memcpy(p, s.text, s.len);
         p += s.len;
+        if (s.len > 0) content_end = p;
     });
-    *p = '\0';
+    std::memset(content_end, 0, static_cast<std::size_t>(p - content_end) + 1);
+    p = content_end;
     while (p > out && (p[-1] == kFieldSep || p[-1] == kGroupEnd)) *--p = '\0';
 }
 
@@ -223,29 +230,22 @@ char *transform(const char *text, int allowMarker, ccs_Descriptor *charset) {
     return t;
 }
 
-// Collects the positional part of t into pos ('/' between segments) and
-// returns where the attribute part starts: at the segment holding the first
-// '=', or at the end.
+// Collects the positional part of t into pos ('/' between segments, ','
+// for 0x05) and returns where the attribute part starts: at the segment
+// holding the first '=', or at the end.
 std::size_t split_positional(const char *t, char (&pos)[kPositionalMax + 1]) {
-    std::size_t n = 0;
-    std::size_t segmentStart = 0;  // in pos
-    std::size_t segmentBegin = 0;  // in t
-    std::size_t i = 0;
-    for (; t[i] && t[i] != kNameValue; ++i) {
-        char c = t[i] == kSegmentEnd ? '/' : t[i] == kRepeatedDelimiter ? ',' : t[i];
-        if (n < kPositionalMax) pos[n] = c;
-        ++n;
-        if (t[i] == kSegmentEnd) {
-            segmentStart = n;
-            segmentBegin = i + 1;
-        }
-    }
+    const char kNameValueSet[] = {kNameValue, '\0'};
+    std::size_t i = std::strcspn(t, kNameValueSet);  // the first '=', or the end
     if (t[i] == kNameValue) {  // that segment is an attribute name
-        n = segmentStart;
-        i = segmentBegin;
+        const void *segmentEnd = memrchr(t, kSegmentEnd, i);
+        i = segmentEnd ? static_cast<std::size_t>(static_cast<const char *>(segmentEnd) - t) + 1 : 0;
     }
-    if (n > kPositionalMax) CL_RAISE(100, 9801);
-    pos[n] = '\0';
+    if (i > kPositionalMax) CL_RAISE(100, 9801);
+    for (std::size_t k = 0; k < i; ++k) {
+        char c = t[k];
+        pos[k] = c == kSegmentEnd ? '/' : c == kRepeatedDelimiter ? ',' : c;
+    }
+    pos[i] = '\0';
     return i;
 }
 
