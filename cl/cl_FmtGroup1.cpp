@@ -20,6 +20,8 @@ enum Field : int {
     kFirstStandard = 8,
     kLastStandard = 14,
     kExtensions = 4,  // extension k (1 to 4): type 13 + 2k, value 14 + 2k
+    kFirstExtension = 15,
+    kLastExtension = 22,
     kGroup1Fields = 23,
 };
 
@@ -128,6 +130,12 @@ char *group1(char **table, bool mailNodeOnly) {
     }
     out.cut(end > keep ? end : keep);
 
+    bool extensions = false;
+    for (int f = kFirstExtension; f <= kLastExtension; ++f) extensions = extensions || present(table, f);
+    if (!extensions) {  // their brackets would be cut away again
+        out.cut(end);
+        return out.data();
+    }
     out.append(" (");
     for (int k = 1; k <= kExtensions; ++k) {
         int type = 13 + 2 * k;
