@@ -73,43 +73,45 @@ constexpr std::array<bool, 256> make_field_ends() {
 }
 constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 
-// Empty fields from..to-1: one NUL each, which the block already holds.
-inline char *empty_fields(char **entries, int from, int to, char *entry) {
-#pragma GCC unroll 8  // most fields of a name are empty
-    for (int i = from; i < to; ++i) entries[i] = entry++;
-    return entry;
+// The one empty text that every empty field of the formatters' own tables
+// points at; nothing writes to it.
+char g_emptyField[1] = "";
+
+constexpr std::array<char *, kFieldCount + 1> make_all_empty() {
+    std::array<char *, kFieldCount + 1> entries{};
+    for (char *&e : entries) e = g_emptyField;
+    return entries;
 }
+constexpr std::array<char *, kFieldCount + 1> kAllEmpty = make_all_empty();
 
 }  // namespace
 
 namespace fmt {
 
 // The walk of the packed form: after field n, 0x1D opens field n + 1 and
-// 0x17 the first field of the next group. The block is cleared first, so an
-// empty field is just its entry.
+// 0x17 the first field of the next group. Each byte that ends a field, and
+// a line feed that closes one, becomes the field's terminator.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
-    if (length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
+    if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
     char **entries = local.entries;
-    char *block = local.block;
-    std::memset(block, 0, static_cast<std::size_t>(fieldCount + length + 1));
-    char *entry = block;
-    int next = 0;  // the first field not yet placed
-    int n = 0;     // the field being read
-    const char *p = tf;
+    std::memcpy(entries, kAllEmpty.data(), sizeof(char *) * static_cast<std::size_t>(fieldCount + 1));
+    char *p = local.block;
+    std::memcpy(p, tf, static_cast<std::size_t>(length) + 1);
+    int n = 0;  // the field being read
     for (;;) {
-        const char *start = p;
+        char *start = p;
         while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;
         if (n >= fieldCount) break;
-        entry = empty_fields(entries, next, n, entry);
-        entries[n] = entry;
-        entry = p > start ? place(entry, start, static_cast<std::size_t>(p - start)) : entry + 1;
-        next = n + 1;
-        if (*p == '\0') break;
-        n = *p == kGroupEnd ? (n / kGroupSize + 1) * kGroupSize : n + 1;
-        ++p;
+        const char end = *p;
+        *p = '\0';
+        if (p > start) {
+            if (p[-1] == '\n') p[-1] = '\0';
+            entries[n] = start;
+        }
+        if (end == '\0') break;
+        n = end == kGroupEnd ? (n / kGroupSize + 1) * kGroupSize : n + 1;
+        for (++p; *p == kFieldSep; ++p) ++n;  // empty fields of the group: nothing to note
     }
-    entry = empty_fields(entries, next, fieldCount, entry);
-    entries[fieldCount] = entry;
     return entries;
 }
 

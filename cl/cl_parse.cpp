@@ -127,6 +127,12 @@ void RemoveRedundantSpaces(char *text, int *length) {
         int next = read + 1;
         while (cur != '\0') {
             const char after = next < n ? text[next] : '\0';
+            if (cur != ' ' && after != ' ') {  // most bytes: kept, and no space follows
+                text[write++] = cur;
+                cur = after;
+                if (next < n) ++next;
+                continue;
+            }
             bool drop_cur = (cur == ' ' && (after == ' ' || after == ',' || after == '/' || after == '\0' || after == '.'));
             bool drop_after = !drop_cur && after == ' ' && (cur == ',' || cur == '.' || cur == '/');
             if (drop_cur) {
@@ -174,9 +180,10 @@ public:
             const char c = text_[pos];
             switch (kByteClass[static_cast<unsigned char>(c)]) {
                 case kLegalByte:
+                    if (traced && IllegalCharacter(c)) CL_RAISE(kGroup, kIllegalCharacter);
+                    break;
                 case kIllegalByte:
-                    if (traced ? IllegalCharacter(c) : kByteClass[static_cast<unsigned char>(c)] == kIllegalByte)
-                        CL_RAISE(kGroup, kIllegalCharacter);
+                    if (!traced || IllegalCharacter(c)) CL_RAISE(kGroup, kIllegalCharacter);
                     break;
                 case kSubstituteByte:
                     text_[pos] = map_byte(c, kFromSubstitute);  // part of the word, never a separator

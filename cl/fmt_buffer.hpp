@@ -146,19 +146,20 @@ inline char *bounded_copy(char *work, int size, const char *s) {
 }
 
 // An unpacked field table kept in the formatter's own frame: the entries
-// and a block for texts of up to kTextMax bytes (fields 0 to 160, one NUL
-// each, the terminating entry's NUL). Trivially destructible, so an escape
-// may cross it.
+// and a copy of a packed text of up to kTextMax bytes in which the fields
+// are terminated in place. Every empty field, and the terminating entry,
+// points at one shared empty text; the formatters only read the table.
+// Trivially destructible, so an escape may cross it.
 struct LocalTable {
     static constexpr int kTextMax = 4096;
     char *entries[kFieldCount + 1];
-    char block[kFieldCount + kTextMax + 1];
+    char block[kTextMax + 1];
 };
 
-// Fills local with the first fieldCount fields of tf, read by the packed
-// form's own rules, and returns its entries; null when tf is longer than
-// the block holds. The table is laid out exactly as cl_UnpackFullORN lays
-// it out.
+// Fills local with the first fieldCount fields of tf (length bytes), read
+// by the packed form's rules, and returns its entries; null when tf is
+// longer than the block holds. Each entry reads as the text that
+// cl_UnpackFullORN gives the field.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local);
 
 // Parses packed text (the name library checks it) and unpacks its first
