@@ -69,6 +69,8 @@ static_assert(aliases_differ_from_names());
 
 const Set *find(const char *name) {
     if (!name) return nullptr;
+    for (const Set &s : kSets)  // a name this library handed out, passed back
+        if (s.name.data() == name) return &s;
     std::string_view wanted = name;
     for (const Set &s : kSets)
         if (s.name == wanted) return &s;
