@@ -1,92 +1,107 @@
 // Entry text of a command line's attribute part: attribute names mapped to
 // internal tags, the IA value put into its attribute form, and a cursor that
 // delivers the attributes one by one.
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <string_view>
 
 #include "da.h"
-#include "fstr.h"
+#include "da_internal.hpp"
+#include "os.h"
 
 namespace da {
 namespace {
 
 constexpr char kEntrySep = '\x1E';
 constexpr char kValueSep = '\x1D';
-constexpr int kIAField = 130;
-// Longer than any local name or tag of the attribute table: a typed name
-// that does not fit is unknown and stays as typed.
-constexpr std::size_t kNameMax = 64;
 
-// Library-owned result texts, valid until the next call of the same
-// function. Both are a copy of the input rewritten in place.
-fstr_String g_mapped{};
-fstr_String g_encoded{};
+// A library-owned result text, valid until the next call of the same
+// function. It moves only when a call needs more room than it has, which a
+// text read from inside it never does (the result is never longer than the
+// text it comes from), so a function may be given its own result.
+struct Text {
+    char *data = nullptr;
+    std::size_t capacity = 0;
 
-// Calls each(entry) for every 0x1E-separated entry of text, in order.
-template <class Each>
-void for_each_entry(std::string_view text, Each &&each) {
-    std::size_t begin = 0;
-    for (;;) {
-        std::size_t end = text.find(kEntrySep, begin);
-        bool last = end == std::string_view::npos;
-        each(text.substr(begin, (last ? text.size() : end) - begin), last);
-        if (last) return;
-        begin = end + 1;
+    char *room(std::size_t need) {
+        if (need > capacity) {
+            std::size_t grown = std::max({need, capacity * 2, std::size_t{64}});
+            char *fresh = static_cast<char *>(os_malloc(grown));
+            os_free(data);
+            data = fresh;
+            capacity = grown;
+        }
+        return data;
     }
-}
+};
 
-// The internal tag of a typed name, or the name itself when it has none.
-std::string_view internal_name(std::string_view typed) {
-    if (typed.empty() || typed.size() >= kNameMax) return typed;
-    char name[kNameMax];
-    std::memcpy(name, typed.data(), typed.size());
-    name[typed.size()] = '\0';
-    const char *tag = da_FindAttribIntName(name);
-    if (tag == name) return typed;  // unknown: the typed name itself came back
-    return tag;
-}
+Text g_mapped;
+Text g_encoded;
 
-// Rewrites the names of the copy in place: a known name is a local name
-// (matched in any case, so of the same length) or a tag, and every tag of
-// the table is at most three digits while every local name has at least
-// three characters, so the write position never passes the read position.
-// A tag that would not fit (no such attribute exists) leaves the name as
-// typed.
+// What a byte is to the walk over entry text.
+enum : unsigned char { kPlain = 0, kNameEnd = 1, kEntryEnd = 2 };
+constexpr std::array<unsigned char, 256> make_classes() {
+    std::array<unsigned char, 256> c{};
+    c[static_cast<unsigned char>(kValueSep)] = kNameEnd;
+    c[static_cast<unsigned char>(kEntrySep)] = kEntryEnd;
+    c[0] = kEntryEnd;
+    return c;
+}
+constexpr std::array<unsigned char, 256> kClass = make_classes();
+
+unsigned char class_of(char c) { return kClass[static_cast<unsigned char>(c)]; }
+
+// Writes each entry with its name replaced by the internal tag, in one walk
+// from text to the result: a known name is a local name (matched in any
+// case, so of the same length) or a tag, and every tag of the table is at
+// most three digits while every local name has at least three characters,
+// so the write position never passes the read position (text may be the
+// result itself). A tag that would not fit (no such attribute exists)
+// leaves the name as typed.
 const char *map_to_tags(const char *text) {
-    fstr_FsCsCopy(&g_mapped, text);
-    char *w = g_mapped.text;
-    const char *r = g_mapped.text;
+    const std::size_t n = std::strlen(text);
+    char *out = g_mapped.room(n + 1);
+    char *w = out;
+    const char *r = text;
     for (;;) {
-        std::size_t entryLen = std::strcspn(r, "\x1E");
-        std::size_t nameLen = std::strcspn(r, "\x1D\x1E");
-        std::string_view tag = internal_name(std::string_view(r, nameLen));
-        if (tag.size() > nameLen) tag = std::string_view(r, nameLen);
-        std::memmove(w, tag.data(), tag.size());
-        w += tag.size();
-        std::memmove(w, r + nameLen, entryLen - nameLen);
-        w += entryLen - nameLen;
-        if (!r[entryLen]) break;
+        const char *name = r;
+        EntryName known = entry_name_tag(name);
+        r = known.end;
+        std::string_view tag = known.tag;
+        auto nameLen = static_cast<std::size_t>(r - name);
+        if (tag.empty() || tag.size() > nameLen) tag = std::string_view(name, nameLen);
+        for (char c : tag) *w++ = c;
+        while (class_of(*r) != kEntryEnd) *w++ = *r++;  // the value, from its 0x1D
+        if (*r == '\0') break;
         *w++ = kEntrySep;
-        r += entryLen + 1;
+        ++r;
     }
     *w = '\0';
-    g_mapped.length = static_cast<int>(w - g_mapped.text);
-    return g_mapped.text;
+    return out;
 }
 
 // The IA value's attribute form writes '=' as 0x1D.
 const char *encode_ia(const char *text) {
-    const char *iaTag = da_AttribNumberToIntName(da_nmFieldNum2DANum(kIAField));
-    fstr_FsCsCopy(&g_encoded, text);
-    std::string_view copy(g_encoded.text, static_cast<std::size_t>(g_encoded.length));
-    for_each_entry(copy, [&](std::string_view entry, bool) {
-        std::size_t sep = entry.find(kValueSep);
-        if (sep == std::string_view::npos || entry.substr(0, sep) != iaTag) return;
-        char *value = g_encoded.text + (entry.data() - copy.data());
-        for (std::size_t k = sep + 1; k < entry.size(); ++k)
-            if (value[k] == '=') value[k] = kValueSep;
-    });
-    return g_encoded.text;
+    const std::string_view iaTag = ia_tag();
+    const std::size_t n = std::strlen(text);
+    char *out = g_encoded.room(n + 1);
+    std::memmove(out, text, n + 1);
+    char *p = out;
+    char *const end = out + n;
+    for (;;) {
+        // An entry "<IA tag>" 0x1D ... (the tag holds neither separator).
+        std::size_t k = 0;
+        while (k < iaTag.size() && p + k < end && p[k] == iaTag[k]) ++k;
+        if (k == iaTag.size() && p + k < end && p[k] == kValueSep) {
+            for (char *v = p + k + 1; v < end && *v != kEntrySep; ++v)
+                if (*v == '=') *v = kValueSep;
+        }
+        auto *next = static_cast<char *>(std::memchr(p, kEntrySep, static_cast<std::size_t>(end - p)));
+        if (!next) break;
+        p = next + 1;
+    }
+    return out;
 }
 
 // Next non-empty entry at the cursor, split in place into name and value.
@@ -97,10 +112,16 @@ int next_attribute(da_AttrCursor *cursor, char **name, char **value, int *len) {
         cursor->pos = p;
         return 0;
     }
-    char *end = p + std::strcspn(p, "\x1E");
+    char *sep = nullptr;  // the first 0x1D
+    char *end = p;
+    for (;;) {
+        while (class_of(*end) == kPlain) ++end;
+        if (class_of(*end) == kEntryEnd) break;
+        if (!sep) sep = end;
+        ++end;
+    }
     cursor->pos = *end ? end + 1 : end;
     *end = '\0';
-    char *sep = std::strchr(p, kValueSep);
     *name = p;
     if (sep) {
         *sep = '\0';
