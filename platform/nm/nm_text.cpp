@@ -1,7 +1,11 @@
 // The name library's view of packed O/R name text: where each field lies,
 // which fields are present, and in-place rewriting of single fields.
 #include <array>
+#include <cstdint>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "er.h"
 #include "nm.h"
@@ -26,6 +30,36 @@ constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 
 int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 
+// Calls at(pos) for the offset of every byte that ends a field, in order,
+// until at returns true (it must at the text's end, n). Where SSE2 is at
+// hand, sixteen bytes are classed at a time (the last block from a copy
+// padded with NULs, so nothing past the terminator is read).
+template <class At>
+void each_field_end(const char *orn, std::size_t n, At &&at) {
+#if defined(__SSE2__)
+    const __m128i sep = _mm_set1_epi8(kFieldSep);
+    const __m128i groupEnd = _mm_set1_epi8(kGroupEnd);
+    const __m128i nul = _mm_setzero_si128();
+    for (std::size_t base = 0;; base += 16) {
+        __m128i v;
+        if (n + 1 - base >= 16) {
+            v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(orn + base));
+        } else {
+            alignas(16) char tail[16] = {};
+            std::memcpy(tail, orn + base, n + 1 - base);
+            v = _mm_load_si128(reinterpret_cast<const __m128i *>(tail));
+        }
+        __m128i ends = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, sep), _mm_cmpeq_epi8(v, groupEnd)),
+                                    _mm_cmpeq_epi8(v, nul));
+        for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(ends)); mask != 0; mask &= mask - 1)
+            if (at(base + static_cast<std::size_t>(__builtin_ctz(mask)))) return;
+    }
+#else
+    for (std::size_t pos = 0;; ++pos)
+        if (kFieldEnd[static_cast<unsigned char>(orn[pos])] && at(pos)) return;
+#endif
+}
+
 // Walks the text as the packed form defines it, calling field(n, start,
 // end) for every field it reaches, n <= 160, with the offsets of its bytes.
 // Returns the number of the field open at the end of the text and stores
@@ -33,36 +67,128 @@ int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 // beyond field 160.
 template <class Field>
 int walk(const char *orn, int *length, Field &&field) {
-    int n = 0;
+    const std::size_t n = std::strlen(orn);
+    int f = 0;
     int start = 0;
-    int pos = 0;
-    auto close_field = [&](int end) {
-        if (n <= kLastField)
-            field(n, start, end);
+    each_field_end(orn, n, [&](std::size_t at) {
+        const int end = static_cast<int>(at);
+        if (f <= kLastField)
+            field(f, start, end);
         else if (end > start)
             er_TracedEscape(100, 1701, kSourceFile, __LINE__);
-    };
-    for (;;) {
-        while (!kFieldEnd[static_cast<unsigned char>(orn[pos])]) ++pos;  // the field's bytes
-        close_field(pos);
-        if (orn[pos] == '\0') break;
-        n = orn[pos] == kGroupEnd ? next_group(n) : n + 1;
-        start = ++pos;
-    }
-    *length = pos;
-    return n;
+        const char c = orn[at];
+        if (c == '\0') return true;
+        f = c == kGroupEnd ? next_group(f) : f + 1;
+        start = end + 1;
+        return false;
+    });
+    *length = static_cast<int>(n);
+    return f;
 }
 
-// The walk noting where each field lies and which are non-empty.
+// Marks fields from..to-1 (from < to) as not reached: start -1, length 0.
+// Most of a name's fields lie past its text, so this is written in stores
+// of a Block (a vector of ints) where the range holds one, the last ending
+// at `to` (it may overlap the ones before, with the same values).
+template <class Block>
+inline __attribute__((always_inline)) void fill_unreached(int *start, int *len, unsigned from, unsigned to) {
+    constexpr unsigned kInts = sizeof(Block) / sizeof(int);
+    Block none;
+    Block zero;
+    for (unsigned k = 0; k < kInts; ++k) {
+        none[k] = -1;
+        zero[k] = 0;
+    }
+    if (to - from < kInts) {
+        for (unsigned i = from; i < to; ++i) {
+            start[i] = -1;
+            len[i] = 0;
+        }
+        return;
+    }
+    unsigned i = from;
+    for (; i + 4 * kInts <= to; i += 4 * kInts) {
+        for (unsigned k = 0; k < 4 * kInts; k += kInts) {
+            std::memcpy(start + i + k, &none, sizeof none);
+            std::memcpy(len + i + k, &zero, sizeof zero);
+        }
+    }
+    for (; i + kInts < to; i += kInts) {
+        std::memcpy(start + i, &none, sizeof none);
+        std::memcpy(len + i, &zero, sizeof zero);
+    }
+    std::memcpy(start + to - kInts, &none, sizeof none);
+    std::memcpy(len + to - kInts, &zero, sizeof zero);
+}
+
+using Quad = int __attribute__((vector_size(16)));
+
+void fill_by_quads(int *start, int *len, unsigned from, unsigned to) {
+    fill_unreached<Quad>(start, len, from, to);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// With AVX (checked once, at load), 32-byte stores: half as many.
+using Octet = int __attribute__((vector_size(32)));
+
+__attribute__((target("avx"))) void fill_by_octets(int *start, int *len, unsigned from, unsigned to) {
+    fill_unreached<Octet>(start, len, from, to);
+}
+
+const bool kHaveAvx = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx") != 0;
+}();
+#endif
+
+void mark_unreached(nm_ParsedORN *parsed, unsigned from, unsigned to) {
+    if (from >= to) return;
+#if defined(__x86_64__) && defined(__GNUC__)
+    if (kHaveAvx) {
+        fill_by_octets(parsed->start, parsed->len, from, to);
+        return;
+    }
+#endif
+    fill_by_quads(parsed->start, parsed->len, from, to);
+}
+
+// The walk noting where each field lies and which are non-empty; the
+// fields it passes without reaching (a group end) and those after the end
+// of the text are marked as not reached, so each slot is written once. It
+// walks as `walk` does, with the field maps kept in a local until the end
+// (or an escape).
 int scan(const char *orn, nm_ParsedORN *parsed) {
-    std::memset(parsed->start, 0xFF, sizeof parsed->start);  // every int -1: not reached
-    std::memset(parsed->len, 0, sizeof parsed->len);
-    std::memset(parsed->maps, 0, sizeof parsed->maps);
-    return walk(orn, &parsed->length, [parsed](int n, int start, int end) {
-        parsed->start[n] = start;
-        parsed->len[n] = end - start;
-        if (end > start) parsed->maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
+    std::uint32_t maps[6] = {};
+    const std::size_t n = std::strlen(orn);
+    unsigned f = 0;
+    unsigned start = 0;
+    each_field_end(orn, n, [&](std::size_t at) {
+        const auto end = static_cast<unsigned>(at);
+        const unsigned len = end - start;
+        if (f <= kLastField) {
+            parsed->start[f] = static_cast<int>(start);
+            parsed->len[f] = static_cast<int>(len);
+            if (len != 0) maps[f / kGroupSize] |= UINT32_C(1) << (f % kGroupSize);
+        } else if (len != 0) {
+            std::memcpy(parsed->maps, maps, sizeof maps);
+            er_TracedEscape(100, 1701, kSourceFile, __LINE__);
+        }
+        const char c = orn[at];
+        if (c == '\0') return true;
+        if (c == kGroupEnd) {
+            const unsigned next = (f / kGroupSize + 1) * kGroupSize;
+            mark_unreached(parsed, f + 1, next < NM_FIELDS ? next : NM_FIELDS);
+            f = next;
+        } else {
+            ++f;
+        }
+        start = end + 1;
+        return false;
     });
+    mark_unreached(parsed, f + 1, NM_FIELDS);
+    std::memcpy(parsed->maps, maps, sizeof maps);
+    parsed->length = static_cast<int>(n);
+    return static_cast<int>(f);
 }
 
 // Separators that lead from field `from` (open at the insertion point) to
