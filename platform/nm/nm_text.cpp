@@ -32,26 +32,33 @@ int next_group(int field) { return (field / kGroupSize + 1) * kGroupSize; }
 
 // Calls at(pos) for the offset of every byte that ends a field, in order,
 // until at returns true (it must at the text's end, n). Where SSE2 is at
-// hand, sixteen bytes are classed at a time (the last block from a copy
-// padded with NULs, so nothing past the terminator is read).
+// hand, sixteen bytes are classed at a time; nothing past the terminator is
+// read: the last block is the sixteen bytes that end with it (the bits of
+// those already seen dropped), or a padded copy of a shorter text.
 template <class At>
 void each_field_end(const char *orn, std::size_t n, At &&at) {
 #if defined(__SSE2__)
     const __m128i sep = _mm_set1_epi8(kFieldSep);
     const __m128i groupEnd = _mm_set1_epi8(kGroupEnd);
     const __m128i nul = _mm_setzero_si128();
-    for (std::size_t base = 0;; base += 16) {
-        __m128i v;
-        if (n + 1 - base >= 16) {
-            v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(orn + base));
-        } else {
-            alignas(16) char tail[16] = {};
-            std::memcpy(tail, orn + base, n + 1 - base);
-            v = _mm_load_si128(reinterpret_cast<const __m128i *>(tail));
-        }
+    auto ends_in = [&](__m128i v) {
         __m128i ends = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, sep), _mm_cmpeq_epi8(v, groupEnd)),
                                     _mm_cmpeq_epi8(v, nul));
-        for (auto mask = static_cast<unsigned>(_mm_movemask_epi8(ends)); mask != 0; mask &= mask - 1)
+        return static_cast<unsigned>(_mm_movemask_epi8(ends));
+    };
+    for (std::size_t base = 0;; base += 16) {
+        unsigned mask;
+        if (n + 1 - base >= 16) {
+            mask = ends_in(_mm_loadu_si128(reinterpret_cast<const __m128i *>(orn + base)));
+        } else if (n + 1 >= 16) {
+            std::size_t seen = base - (n + 1 - 16);  // bytes of the block ending at n already walked
+            mask = ends_in(_mm_loadu_si128(reinterpret_cast<const __m128i *>(orn + n + 1 - 16))) >> seen;
+        } else {
+            alignas(16) char tail[16] = {};
+            std::memcpy(tail, orn, n + 1);
+            mask = ends_in(_mm_load_si128(reinterpret_cast<const __m128i *>(tail)));
+        }
+        for (; mask != 0; mask &= mask - 1)
             if (at(base + static_cast<std::size_t>(__builtin_ctz(mask)))) return;
     }
 #else
