@@ -76,20 +76,28 @@ C *skip_white(C *p) {
 
 const char *end_of(const char *text) { return text + std::strlen(text); }
 
-// Appends to the packed text, whose caller guarantees the room.
-void append(char *tf, std::string_view s) {
-    char *end = tf + std::strlen(tf);
-    std::memcpy(end, s.data(), s.size());
-    end[s.size()] = '\0';
-}
-void append_sep(char *tf) { append(tf, std::string_view(&kFieldSep, 1)); }
+// The end of the packed text being extended, whose caller guarantees the
+// room; found once, then kept.
+struct PackedEnd {
+    char *end;
+    explicit PackedEnd(char *tf) : end(tf + std::strlen(tf)) {}
+    void append(std::string_view s) {
+        std::memcpy(end, s.data(), s.size());
+        end += s.size();
+        *end = '\0';
+    }
+    void append_sep() {
+        *end++ = kFieldSep;
+        *end = '\0';
+    }
+};
 
 // Extension types and values are copied as typed, but a separator byte in
 // them would move every later field of the packed text: refused.
 constexpr char kSeparators[] = {kFieldSep, kGroupEnd};
-void append_typed(char *tf, std::string_view s) {
+void append_typed(PackedEnd &tf, std::string_view s) {
     if (s.find_first_of(std::string_view(kSeparators, 2)) != std::string_view::npos) CL_RAISE(kGroup, kIllegalCharacter);
-    append(tf, s);
+    tf.append(s);
 }
 
 // Checks a standard value for its field. A marker at its end (an unescaped
@@ -109,7 +117,7 @@ bool value_acceptable(char *value, int field, bool allow_marker) {
 
 // Standard values: '/' value, each into the next field from 8 on. Returns
 // the cursor: on a '(' when extension attributes follow, at the end else.
-const char *parse_standard(char *tf, const char *cursor, volatile int &field, bool allow_marker) {
+const char *parse_standard(PackedEnd &tf, const char *cursor, volatile int &field, bool allow_marker) {
     while (*cursor == '/') {
         ++cursor;
         const char *end = mdc_strpbrk(cursor, "/(");
@@ -124,8 +132,8 @@ const char *parse_standard(char *tf, const char *cursor, volatile int &field, bo
         value[len] = '\0';
         cl_ConvertSpecialChar(value);
         if (len > 0 && !value_acceptable(value, field, allow_marker)) CL_RAISE(kGroup, kValueRefused);
-        append(tf, value);
-        append_sep(tf);
+        tf.append(std::string_view(value, len));
+        tf.append_sep();
         field = field + 1;
         cursor = end;
     }
@@ -135,13 +143,13 @@ const char *parse_standard(char *tf, const char *cursor, volatile int &field, bo
 
 // One extension attribute, the cursor on its '('. Returns the position after
 // its ')'.
-const char *parse_extension(char *tf, const char *cursor, int number) {
+const char *parse_extension(PackedEnd &tf, const char *cursor, int number) {
     const char *stop = mdc_strpbrk(cursor + 1, "|)");
     if (!stop) CL_RAISE(kGroup, kUnclosedExtension);
     cursor = skip_white(cursor + 1);
     const char *default_type = kDefaultTypes[number - 1];
     if (*stop == ')') {
-        if (cursor != stop) append(tf, default_type);
+        if (cursor != stop) tf.append(default_type);
     } else {
         const auto stretch = static_cast<int>(stop - cursor);
         if (gen_StrippedStrLen(cursor, stretch) > 0) {
@@ -150,17 +158,17 @@ const char *parse_extension(char *tf, const char *cursor, int number) {
             cursor = skip_white(stop + 1);
         } else {
             cursor = skip_white(stop + 1);
-            if (*cursor != ')' && *cursor != '|') append(tf, default_type);
+            if (*cursor != ')' && *cursor != '|') tf.append(default_type);
         }
         stop = mdc_strpbrk(cursor, "|)");
         if (!stop) CL_RAISE(kGroup, kUnclosedExtension);
         if (*stop == '|') CL_RAISE(kGroup, kSecondBar);
     }
-    append_sep(tf);
+    tf.append_sep();
     const auto n = static_cast<std::size_t>(stop - cursor);
     if (n > static_cast<std::size_t>(kExtensionValueMax)) CL_RAISE(kGroup, kExtensionValueTooLong);
     append_typed(tf, std::string_view(cursor, n));
-    append_sep(tf);
+    tf.append_sep();
     return stop + 1;
 }
 
@@ -168,7 +176,8 @@ const char *parse_extension(char *tf, const char *cursor, int number) {
 // escape leaves; they live in the caller's frame and are volatile.
 void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile int &number, bool allow_marker) {
     nm_AddSeparators(tf, kFirstStandardField);
-    const char *cursor = parse_standard(tf, attrs, field, allow_marker);
+    PackedEnd standard(tf);
+    const char *cursor = parse_standard(standard, attrs, field, allow_marker);
     if (*cursor != '(') return;
     // Empty standard values beyond field 14 would push the extension
     // attributes out of their fields: refused as a standard value too many.
@@ -177,10 +186,11 @@ void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile
         CL_RAISE(kGroup, kValueRefused);
     }
     nm_AddSeparators(tf, kFirstExtensionField);
+    PackedEnd extensions(tf);
     for (int count = 0;; ++count) {
         if (count == kExtensionsMax) CL_RAISE(kGroup, kTooManyExtensions);
         number = count + 1;
-        cursor = skip_white(parse_extension(tf, cursor, number));
+        cursor = skip_white(parse_extension(extensions, cursor, number));
         if (*cursor == '\0') return;
         cursor = std::strchr(cursor, '(');  // text between ')' and '(' is ignored
         if (!cursor) return;
