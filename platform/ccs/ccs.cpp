@@ -67,13 +67,19 @@ constexpr bool aliases_differ_from_names() {
 }
 static_assert(aliases_differ_from_names());
 
+// name spelled exactly as canonical, compared in place (names are short and
+// mostly differ in their first byte).
+bool spelled(const char *name, std::string_view canonical) {
+    for (char c : canonical)
+        if (*name++ != c) return false;
+    return *name == '\0';
+}
+
 const Set *find(const char *name) {
     if (!name) return nullptr;
-    for (const Set &s : kSets)  // a name this library handed out, passed back
-        if (s.name.data() == name) return &s;
+    for (const Set &s : kSets)  // a name this library handed out, or one spelled like it
+        if (s.name.data() == name || spelled(name, s.name)) return &s;
     std::string_view wanted = name;
-    for (const Set &s : kSets)
-        if (s.name == wanted) return &s;
     for (const Alias &a : kAliases)
         if (same(a.alias, wanted)) wanted = a.name;
     for (const Set &s : kSets)
