@@ -40,8 +40,9 @@ void walk_fields(const char *tf, Field &&field) {
     int n = 0;
     const char *start = tf;
     const char *p = tf;
-    for (; *p; ++p) {
-        if (*p != kFieldSep && *p != kGroupEnd) continue;
+    for (;; ++p) {
+        while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;  // the field's bytes
+        if (*p == '\0') break;
         if (n <= kLastField && p > start) field(n, start, p);
         ++n;
         if (*p == kGroupEnd) n = ((n - 1) / kGroupSize + 1) * kGroupSize;

@@ -63,16 +63,6 @@ char **unpack_table(const char *tf, const nm_ParsedORN *parsed, int fieldCount, 
     return table;
 }
 
-// The packed form's bytes: which end a field.
-constexpr std::array<bool, 256> make_field_ends() {
-    std::array<bool, 256> ends{};
-    ends[static_cast<unsigned char>(kFieldSep)] = true;
-    ends[static_cast<unsigned char>(kGroupEnd)] = true;
-    ends[0] = true;
-    return ends;
-}
-constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
-
 // The one empty text that every empty field of the formatters' own tables
 // points at; nothing writes to it.
 char g_emptyField[1] = "";

@@ -178,7 +178,9 @@ public:
         const bool traced = traces(kTrace19);
         for (int pos = 0;; ++pos) {
             const char c = text_[pos];
-            switch (kByteClass[static_cast<unsigned char>(c)]) {
+            const auto cls = kByteClass[static_cast<unsigned char>(c)];
+            if (cls == kLegalByte && !traced) continue;  // most bytes: one well-predicted test
+            switch (cls) {
                 case kLegalByte:
                     if (traced && IllegalCharacter(c)) CL_RAISE(kGroup, kIllegalCharacter);
                     break;

@@ -2,6 +2,8 @@
 #ifndef CL_PACKED_HPP
 #define CL_PACKED_HPP
 
+#include <array>
+
 namespace cl {
 
 constexpr char kFieldSep = '\x1D';   // ends a field, next field in the group
@@ -10,6 +12,17 @@ constexpr char kMarker = '\x1F';     // an unescaped '*' typed with allowMarker
 constexpr int kFieldCount = 161;     // fields 0 to 160
 constexpr int kGroupSize = 32;
 constexpr int kLastField = 160;
+
+// The bytes that end a field of packed text: its separator, its group's
+// end and the text's end.
+constexpr std::array<bool, 256> make_field_ends() {
+    std::array<bool, 256> ends{};
+    ends[static_cast<unsigned char>(kFieldSep)] = true;
+    ends[static_cast<unsigned char>(kGroupEnd)] = true;
+    ends[0] = true;
+    return ends;
+}
+inline constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 
 // True when text holds a byte that would end its field in packed text.
 constexpr bool holds_separator(const char *text, long len) {
