@@ -41,7 +41,7 @@ public:
     }
 
     void append(const char *s) {
-        if (full_) return;
+        if (full_ || !*s) return;  // many group texts are empty
         std::size_t n = std::strlen(s);
         if (n > room()) return cut_in(s, 0);
         std::memcpy(end(), s, n + 1);
@@ -49,7 +49,7 @@ public:
     }
 
     void append(const char *s, ccs_Descriptor *cs) {
-        if (full_) return;
+        if (full_ || !*s) return;  // appending nothing in any set changes nothing
         std::size_t n = std::strlen(s);
         if (n > room()) return cut_in(s, cs ? cs->id : 0);
         str_strcat(end(), s, cs);
