@@ -374,8 +374,7 @@ void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping,
     pass_on_block(
         CL_HERE,
         [&] {
-            for (char *p = attrs; *p; ++p)
-                if (*p == kRepeatedDelimiter) *p = kNameValue;
+            for (char *p = attrs; (p = std::strchr(p, kRepeatedDelimiter)) != nullptr; ++p) *p = kNameValue;
             fields.entry = os_strdup(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
             char *entry = fields.entry;
             dr_ValidateEntry(entry, 0, allowMarker, 0, 1);
