@@ -9,7 +9,8 @@ QX_BEGIN
 #define NM_FIELDS 161
 typedef struct nm_ParsedORN {
     int length;                 /* bytes of the text */
-    int start[NM_FIELDS];       /* offset of each field; -1 when the text does not reach it */
+    int reached;                /* fields 0 to reached - 1 are described below; later ones are not reached */
+    int start[NM_FIELDS];       /* offset of each field; -1 when the text passes it by (a group end) */
     int len[NM_FIELDS];         /* its length in bytes */
     uint32_t maps[6];           /* the field maps, as nm_GetFieldMaps gives them */
 } nm_ParsedORN;

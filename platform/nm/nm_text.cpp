@@ -160,10 +160,10 @@ void mark_unreached(nm_ParsedORN *parsed, unsigned from, unsigned to) {
 }
 
 // The walk noting where each field lies and which are non-empty; the
-// fields it passes without reaching (a group end) and those after the end
-// of the text are marked as not reached, so each slot is written once. It
-// walks as `walk` does, with the field maps kept in a local until the end
-// (or an escape).
+// fields it passes without reaching (a group end) are marked, and those
+// after the end of the text are left alone: `reached` tells where they
+// begin. Each slot is written at most once. It walks as `walk` does, with
+// the field maps kept in a local until the end (or an escape).
 int scan(const char *orn, nm_ParsedORN *parsed) {
     std::uint32_t maps[6] = {};
     const std::size_t n = std::strlen(orn);
@@ -192,7 +192,7 @@ int scan(const char *orn, nm_ParsedORN *parsed) {
         start = end + 1;
         return false;
     });
-    mark_unreached(parsed, f + 1, NM_FIELDS);
+    parsed->reached = f < NM_FIELDS ? static_cast<int>(f) + 1 : NM_FIELDS;
     std::memcpy(parsed->maps, maps, sizeof maps);
     parsed->length = static_cast<int>(n);
     return static_cast<int>(f);
@@ -239,7 +239,7 @@ int nm_CheckBit(int field, const uint32_t maps[6]) {
 }
 
 const char *nm_GetFieldMemPtr(const char *orn, const nm_ParsedORN *parsed, int field, int *len) {
-    if (field < 0 || field > kLastField || parsed->len[field] == 0) {
+    if (field < 0 || field >= parsed->reached || parsed->len[field] == 0) {
         *len = 0;
         return nullptr;
     }
@@ -260,7 +260,7 @@ char *nm_GetFieldStr(const char *orn, const nm_ParsedORN *parsed, int field, cha
 void nm_PutFieldMem(char *orn, nm_ParsedORN *parsed, int field, const char *value, int len) {
     if (field < 0 || field > kLastField) er_TracedEscape(100, 1702, kSourceFile, __LINE__);
     int open = scan(orn, parsed);
-    if (parsed->start[field] >= 0) {
+    if (field < parsed->reached && parsed->start[field] >= 0) {
         splice(orn, parsed->start[field], parsed->len[field], value, len);
     } else if (len > 0) {
         // Not reached yet: insert separators after the last reached field of
@@ -268,7 +268,7 @@ void nm_PutFieldMem(char *orn, nm_ParsedORN *parsed, int field, const char *valu
         int from = open;
         int at = parsed->length;
         for (int r = field - 1; r >= field / kGroupSize * kGroupSize; --r) {
-            if (parsed->start[r] >= 0) {
+            if (r < parsed->reached && parsed->start[r] >= 0) {
                 from = r;
                 at = parsed->start[r] + parsed->len[r];
                 break;
