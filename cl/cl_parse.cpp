@@ -115,35 +115,34 @@ constexpr std::array<ByteClass, 256> kByteClass = make_classes();
 // Removes leading and trailing spaces, runs of spaces, spaces around ',' and
 // '/', and spaces before and after '.'. The text before the current position
 // is final, so the deletions are simulated in one pass: `cur` is the
-// character at the position, `next` the index of the one after it.
+// character at the position, `next` the index of the one after it. The
+// text's terminator is at *length, so the byte after the last is its NUL.
 void RemoveRedundantSpaces(char *text, int *length) {
     Trace t(kTrace19, "RemoveRedundantSpaces");
-    const int n = *length;
     int read = 0;
-    while (read < n && text[read] == ' ') ++read;
+    while (text[read] == ' ') ++read;
     int write = 0;
-    if (read < n) {
-        char cur = text[read];
-        int next = read + 1;
-        while (cur != '\0') {
-            const char after = next < n ? text[next] : '\0';
-            if (cur != ' ' && after != ' ') {  // most bytes: kept, and no space follows
-                text[write++] = cur;
-                cur = after;
-                if (next < n) ++next;
-                continue;
-            }
-            bool drop_cur = (cur == ' ' && (after == ' ' || after == ',' || after == '/' || after == '\0' || after == '.'));
-            bool drop_after = !drop_cur && after == ' ' && (cur == ',' || cur == '.' || cur == '/');
-            if (drop_cur) {
-                cur = after;
-                if (next < n) ++next;
-            } else if (drop_after) {
-                ++next;
-            } else {
-                text[write++] = cur;
-                cur = next < n ? text[next++] : '\0';
-            }
+    char cur = text[read];
+    int next = read + 1;
+    while (cur != '\0') {
+        const char after = text[next];
+        if (cur != ' ' && after != ' ') {  // most bytes: kept, and no space follows
+            text[write++] = cur;
+            cur = after;
+            ++next;
+            continue;
+        }
+        bool drop_cur = (cur == ' ' && (after == ' ' || after == ',' || after == '/' || after == '\0' || after == '.'));
+        bool drop_after = !drop_cur && after == ' ' && (cur == ',' || cur == '.' || cur == '/');
+        if (drop_cur) {
+            cur = after;
+            ++next;
+        } else if (drop_after) {
+            ++next;
+        } else {
+            text[write++] = cur;
+            cur = after;
+            ++next;
         }
     }
     text[write] = '\0';
