@@ -62,9 +62,8 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
     if (first < 0) first = 0;
     if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;
     bool written = false;
-    for (int i = first; i <= last; ++i) {
+    for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
-        if (!*value) continue;
         if (written) out.append('/');
         written = true;
         if (!asciiEncode && i == kPSAP) {

@@ -51,10 +51,8 @@ char *converted_entries(char **table, ccs_Descriptor *charset, int first, int la
     const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
     if (first < 0) first = 0;
     if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;
-#pragma GCC unroll 8  // most fields of a name are empty: a short step over each
-    for (int i = first; i <= last; ++i) {
+    for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
-        if (!*value) continue;
         if (needSeparator) out.append("/", charset);
         out.append(fmt::display_name(i), charset);
         out.append("=", charset);

@@ -78,6 +78,8 @@ constexpr std::array<char *, kFieldCount + 1> kAllEmpty = make_all_empty();
 
 namespace fmt {
 
+char *const kSharedEmpty = g_emptyField;
+
 // The walk of the packed form: after field n, 0x1D opens field n + 1 and
 // 0x17 the first field of the next group. Each byte that ends a field, and
 // a line feed that closes one, becomes the field's terminator.

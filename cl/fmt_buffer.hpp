@@ -5,6 +5,9 @@
 
 #include <cstring>
 #include <type_traits>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "ccs.h"
 #include "cl.h"
@@ -155,6 +158,25 @@ struct LocalTable {
     char *entries[kFieldCount + 1];
     char block[kTextMax + 1];
 };
+
+// The empty text that the empty fields of a LocalTable point at.
+extern char *const kSharedEmpty;
+
+// The first field from i to last that is not empty, or last + 1. Entries
+// that are the shared empty text are passed over two at a time where SSE2
+// is at hand; any other entry is looked at.
+inline int next_present(char *const *table, int i, int last) {
+#if defined(__SSE2__)
+    const __m128i empty = _mm_set1_epi64x(reinterpret_cast<long long>(kSharedEmpty));
+    for (; i < last; i += 2) {
+        __m128i pair = _mm_loadu_si128(reinterpret_cast<const __m128i *>(table + i));
+        if (_mm_movemask_epi8(_mm_cmpeq_epi32(pair, empty)) != 0xFFFF) break;
+    }
+#endif
+    for (; i <= last; ++i)
+        if (*table[i]) return i;
+    return last + 1;
+}
 
 // Fills local with the first fieldCount fields of tf (length bytes), read
 // by the packed form's rules, and returns its entries; null when tf is

@@ -37,6 +37,7 @@ int er_SubSystemLoggingLevel = initial_level();
 
 void er_RealLogProc(int traceId, const char *name, int entry) {
     if (g_trace_hook) g_trace_hook(traceId, name, entry);
+    if (!trace_file()) return;  // the usual case: no record to format
     qx::er::trace_line("%s %d %s", entry ? "ENTER" : "EXIT", traceId, name ? name : "");
 }
 
