@@ -33,24 +33,6 @@ char *copy_span(const char *begin, const char *end) {
     return copy;
 }
 
-// Calls field(n, begin, end) for every non-empty field of the packed text
-// up to field 160; fields the text would place beyond 160 are skipped.
-template <class Field>
-void walk_fields(const char *tf, Field &&field) {
-    int n = 0;
-    const char *start = tf;
-    const char *p = tf;
-    for (;; ++p) {
-        while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;  // the field's bytes
-        if (*p == '\0') break;
-        if (n <= kLastField && p > start) field(n, start, p);
-        ++n;
-        if (*p == kGroupEnd) n = ((n - 1) / kGroupSize + 1) * kGroupSize;
-        start = p + 1;
-    }
-    if (p > start && n <= kLastField) field(n, start, p);
-}
-
 // Slots are copied straight from the text, so no field length limit applies
 // here.
 void unpack(const char *tf, char **slots) {

@@ -80,30 +80,19 @@ namespace fmt {
 
 char *const kSharedEmpty = g_emptyField;
 
-// The walk of the packed form: after field n, 0x1D opens field n + 1 and
-// 0x17 the first field of the next group. Each byte that ends a field, and
-// a line feed that closes one, becomes the field's terminator.
+// Each byte that ends a field of the copied text, and a line feed that
+// closes one, becomes the field's terminator.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
     if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
     char **entries = local.entries;
     std::memcpy(entries, kAllEmpty.data(), sizeof(char *) * static_cast<std::size_t>(fieldCount + 1));
-    char *p = local.block;
-    std::memcpy(p, tf, static_cast<std::size_t>(length) + 1);
-    int n = 0;  // the field being read
-    for (;;) {
-        char *start = p;
-        while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;
-        if (n >= fieldCount) break;
-        const char end = *p;
-        *p = '\0';
-        if (p > start) {
-            if (p[-1] == '\n') p[-1] = '\0';
-            entries[n] = start;
-        }
-        if (end == '\0') break;
-        n = end == kGroupEnd ? (n / kGroupSize + 1) * kGroupSize : n + 1;
-        for (++p; *p == kFieldSep; ++p) ++n;  // empty fields of the group: nothing to note
-    }
+    std::memcpy(local.block, tf, static_cast<std::size_t>(length) + 1);
+    walk_fields(local.block, [entries, fieldCount](int n, char *begin, char *end) {
+        if (n >= fieldCount) return;
+        *end = '\0';
+        if (end[-1] == '\n') end[-1] = '\0';
+        entries[n] = begin;
+    });
     return entries;
 }
 

@@ -24,6 +24,30 @@ constexpr std::array<bool, 256> make_field_ends() {
 }
 inline constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 
+// The first field of the group after the one that holds field n.
+constexpr int next_group(int n) { return (n / kGroupSize + 1) * kGroupSize; }
+
+// Calls field(n, begin, end) for every non-empty field of packed text up to
+// field 160, in order; fields the text would place beyond 160 are skipped.
+// field may overwrite the byte at end (the walk has read it) and bytes
+// before it. Runs of empty fields are stepped over without a call.
+template <class C, class Field>
+void walk_fields(C *tf, Field &&field) {
+    int n = 0;
+    C *start = tf;
+    for (C *p = tf;; ++p) {
+        while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;  // the field's bytes
+        const char end = *p;
+        if (n <= kLastField && p > start) field(n, start, p);
+        if (end == '\0') return;
+        if (end == kGroupEnd)
+            n = next_group(n);
+        else
+            for (++n; p[1] == kFieldSep; ++p) ++n;
+        start = p + 1;
+    }
+}
+
 // True when text holds a byte that would end its field in packed text.
 constexpr bool holds_separator(const char *text, long len) {
     for (long i = 0; i < len; ++i)
