@@ -36,8 +36,23 @@ QX_API void nm_PutFieldStr(char *orn, nm_ParsedORN *parsed, int field, const cha
 QX_API void nm_InitORN(char *orn, nm_ParsedORN *parsed);
 /* Appends separators to tf so that text appended next begins field. */
 QX_API void nm_AddSeparators(char *tf, int field);
-/* Non-zero when value is acceptable for field: its X.400 upper bound and
- * character set (see docs/decisions.md). */
+/* Field rules: one length bound and character class per field.
+ * nm_FieldRule returns the class of field (NM_CLASS_NONE: no rule, any
+ * value) and stores its bound in *maxLength (bytes; characters for
+ * NM_CLASS_TEXT; 0: unbounded). */
+#define NM_CLASS_NONE      0  /* no rule */
+#define NM_CLASS_PRINTABLE 1  /* PrintableString with the space */
+#define NM_CLASS_DIGITS    2  /* decimal digits */
+#define NM_CLASS_COUNTRY   3  /* 2 letters or 3 digits */
+#define NM_CLASS_ANY       4  /* any bytes: the bound alone */
+#define NM_CLASS_TEXT      5  /* UTF-8 text without control characters */
+QX_API int  nm_FieldRule(int field, int *maxLength);
+/* 1 when the value (len bytes) keeps the rule of field, 0 when it breaks
+ * it; an empty value breaks every rule. With allowMarker, the marker byte
+ * 0x1F passes where a typed name admits it (see docs/decisions.md). */
+QX_API int  nm_CheckFieldText(const char *value, int len, int field, int allowMarker);
+/* 1 when value is acceptable as the positional value of field (0 to 14):
+ * the field's rule; 0 for every other field. */
 QX_API int  nm_CheckField(const char *value, int field);
 /* 1 for fields 64 to 127 (character-set text), 0 for every other field. */
 QX_API int  nm_IsT61Field(int field);

@@ -7,6 +7,7 @@
 
 #include "ccs.h"
 #include "da.h"
+#include "nm.h"
 #include "testkit.hpp"
 
 namespace {
@@ -87,7 +88,7 @@ TEST(ConvCltoORN, AttributesFillFurtherFields) {
         {"Smith/conversionValue=S:abc", g1("Smith") + "#" + "#" + "#" + "#abc"},
         {"Smith/internetAddress=rfc822=a@b", g1("Smith") + "###||rfc822=a@b"},
         {"Smith/internetAddress=rfc822\\=a@b", g1("Smith") + "###||rfc822=a@b"},
-        {"Smith/utf8Surname=Sm\xC3\xA9th\t", g1("Smith") + "#Sm\xC3\xA9th\\x09"},  // character-set field
+        {"Smith/utf8Surname=Sm\xC3\xA9th", g1("Smith") + "#Sm\xC3\xA9th"},  // character-set field
     };
     for (const Case &c : cases) {
         Conv r = conv(c.typed);
@@ -122,6 +123,25 @@ TEST(ConvCltoORN, FieldChecksAndTheirReasons) {
         {"Smith/title=a[b]", 0, 4636},    // unescaped brackets
         {"Smith/title=50%", 0, 4636},     // '%' is 0x18 outside the postal address
         {"Smith/title=a=b", 0, 4636},     // a second '=' outside the IA value
+        // Values of known fields keep their field's rule, as positional values do.
+        {"Ann Lee/Sales,London/ou3=Customer_Relations_and_Support_Europe", 0, 4806},
+        {"Smith/country=ZZZZ", 0, 4809},
+        {"Smith/country=zz", 0, 0},
+        {"Smith/organization=Ac!me", 0, 4808},
+        {"Smith/organization=Ac.me (UK)", 0, 0},
+        {"Smith/organization=0123456789012345678901234567890123456789012345678901234567890123", 0, 0},
+        {"Smith/organization=01234567890123456789012345678901234567890123456789012345678901234", 0, 4808},
+        {"Smith/organization=Ac!\tme", 0, 4636},  // the conversion's own reason comes first
+        {"Smith/networkAddress=1234567890123456", 0, 0},
+        {"Smith/networkAddress=12345678901234567", 0, 4812},
+        {"Smith/ext1Type=abcdefghi", 0, 4815},
+        {"Smith/utf8Surname=Sm\xC3\xA9th\t", 0, 4864},     // control bytes of character-set text
+        {"Smith/utf8Surname=a\xC2\x85", 0, 4864},          // a C1 control character
+        {"Smith/utf8Surname=\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9"
+         "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9", 0, 0},  // 20 characters, 40 bytes
+        {"Smith/organization=Acme*", 1, 0},   // a trailing marker, as in a positional value
+        {"Smith/organization=Ac*me", 1, 4808},
+        {"/Sales/surname=S*th", 1, 0},       // markers anywhere in a personal name
         {"Smith/title=a*b", 1, 0},
         {"Smith/title=a\\[b\\]\\%", 0, 0},
         {"Smith/title=", 0, 4653},
@@ -145,6 +165,69 @@ TEST(ConvCltoORN, FieldChecksAndTheirReasons) {
         }
         EXPECT_FALSE(r.outcome.pending_after);
     }
+}
+
+// A value of a standard attribute typed positionally and as an attribute:
+// both forms are accepted, and store the same value, or both are refused.
+// The values are drawn at random (a fixed seed) around the bounds, from
+// PrintableString and bytes outside it.
+TEST(ConvCltoORN, PositionalAndAttributeFormsAgree) {
+    const std::string alphabet = "aZ09 '()+,-./:=?" "@#&~<>*[]%\\\t" "\xC3\xA9";
+    unsigned seed = 12345;
+    auto next = [&seed](unsigned n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    // The field of the name that typed converts to; "" when it was refused.
+    auto converted = [](const std::string &typed, int field, bool *accepted) {
+        std::string text = typed, out;
+        char *t = text.data();
+        char **volatile array = nullptr;
+        testkit::Outcome o = testkit::run([&] { array = cl_ConvCltoArray(t, nullptr, 0, 0, nullptr); });
+        *accepted = !o.escaped;
+        if (o.escaped) return out;
+        if (array[field]) out = array[field];
+        cl_FreeArray(array);
+        return out;
+    };
+    int accepted = 0, refused = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const int field = 8 + static_cast<int>(next(7));
+        int max = 0;
+        nm_FieldRule(field, &max);
+        const unsigned length = 1 + next(static_cast<unsigned>(max) + 2);
+        std::string value;
+        for (unsigned k = 0; k < length; ++k) {
+            const bool odd = next(8) == 0;
+            value += odd ? alphabet[next(static_cast<unsigned>(alphabet.size()))]
+                         : (field == 12 || field == 14 || (field == 9 && length == 3)) ? static_cast<char>('0' + next(10))
+                                                                                        : "abcXYZ"[next(6)];
+        }
+        if (value.front() == '\t') value.front() = 'a';  // a positional value loses white space
+        if (value.back() == '\t') value.back() = 'a';    // at its ends
+        std::string positional = "Ann Lee/Sales" + std::string(static_cast<std::size_t>(field - 7), '/');
+        std::string attribute = "Ann Lee/Sales/" + std::string(da_AttribNumberToLocName(da_nmFieldNum2DANum(field))) + "=";
+        for (char c : value) {
+            const std::size_t sub = std::string(" ./,()").find(c);
+            positional += sub != std::string::npos ? "_!|;{}"[sub] : c;
+            if (std::string("=[]%*\\/").find(c) != std::string::npos) {
+                positional.insert(positional.size() - 1, 1, '\\');
+                attribute += '\\';
+            }
+            attribute += c;
+        }
+        bool byPosition = false, byAttribute = false;
+        const std::string a = converted(positional, field, &byPosition);
+        const std::string b = converted(attribute, field, &byAttribute);
+        EXPECT_EQ(byPosition, byAttribute) << show(positional.c_str()) << " / " << show(attribute.c_str());
+        if (byPosition && byAttribute) {
+            EXPECT_EQ(a, value) << show(positional.c_str());
+            EXPECT_EQ(b, value) << show(attribute.c_str());
+        }
+        (byPosition ? accepted : refused)++;
+    }
+    EXPECT_GT(accepted, 300);  // both outcomes are well represented
+    EXPECT_GT(refused, 300);
 }
 
 TEST(ConvCltoORN, MarkerOnlyWithAllowMarker) {

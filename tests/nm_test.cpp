@@ -5,6 +5,9 @@
 #include <cstring>
 #include <string>
 
+#include "da.h"
+#include "mes.h"
+#include "nm.h"
 #include "testkit.hpp"
 
 namespace {
@@ -107,7 +110,7 @@ TEST(NameLibrary, CheckFieldBoundsAtAndOnePast) {
         int field, max;
         char fill;
     } bounds[] = {{0, 40, 's'}, {1, 16, 'g'}, {2, 5, 'I'},   {3, 3, 'J'},   {4, 32, 'u'},  {7, 32, 'u'},
-                  {8, 64, 'o'}, {10, 16, 'a'}, {11, 16, 'p'}, {12, 15, '1'}, {13, 24, 't'}, {14, 32, '2'}};
+                  {8, 64, 'o'}, {10, 16, 'a'}, {11, 16, 'p'}, {12, 16, '1'}, {13, 24, 't'}, {14, 32, '2'}};
     for (const auto &b : bounds) {
         const std::string at(static_cast<std::size_t>(b.max), b.fill);
         EXPECT_EQ(nm_CheckField(at.c_str(), b.field), 1) << b.field;
@@ -124,6 +127,63 @@ TEST(NameLibrary, CheckFieldBoundsAtAndOnePast) {
         {8, "a\x1F", 0}, {8, "\xC3\xA9", 0}, {12, "12a", 0}, {14, "1 2", 0}, {15, "x", 0}, {64, "x", 0}, {-1, "x", 0},
     };
     for (const auto &c : cases) EXPECT_EQ(nm_CheckField(c.value, c.field), c.ok) << c.field << " '" << show(c.value) << "'";
+}
+
+// The same rules for a value of any field, as attribute values are judged;
+// markers pass where a typed name admits them.
+TEST(NameLibrary, CheckFieldTextOfEveryKindOfField) {
+    struct Case {
+        int field;
+        std::string value;
+        int allowMarker, ok;
+    } cases[] = {
+        {8, "Acme", 0, 1},
+        {8, "Ac!me", 0, 0},
+        {15, "abcdefgh", 0, 1},                // extension type: the bound alone
+        {15, "abcdefghi", 0, 0},
+        {16, std::string(128, '#'), 0, 1},
+        {16, std::string(129, '#'), 0, 0},
+        {64, "M\xC3\xBCller", 0, 1},           // UTF-8 text, counted in characters
+        {64, std::string(40, 'x'), 0, 1},
+        {64, std::string(41, 'x'), 0, 0},
+        {64, [] { std::string s; for (int i = 0; i < 40; ++i) s += "\xC3\xA9"; return s; }(), 0, 1},
+        {64, "a\tb", 0, 0},
+        {64, "a\x7F", 0, 0},
+        {64, "a\xC2\x9F", 0, 0},              // C1 control
+        {64, "a\xC2\xA0", 0, 1},              // no-break space
+        {99, std::string(500, 'x'), 0, 1},     // a text field without a bound
+        {99, "a\x1F", 0, 0},
+        {99, "a\x1F", 1, 1},
+        {0, "S\x1Fth", 1, 1},                 // markers anywhere in a personal name
+        {8, "Acme\x1F", 1, 1},                // at the end of a standard value only
+        {8, "Ac\x1Fme", 1, 0},
+        {8, "\x1F", 1, 1},
+        {35, "\x01anything", 0, 1},           // no rule
+        {160, "", 0, 1},
+        {8, "", 0, 0},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(nm_CheckFieldText(c.value.data(), static_cast<int>(c.value.size()), c.field, c.allowMarker), c.ok)
+            << c.field << " '" << show(c.value.c_str()) << "'";
+}
+
+// Every field with a rule has the catalogue text of its refusal, which names
+// the attribute and states the bound.
+TEST(NameLibrary, EveryFieldRuleHasItsCatalogueText) {
+    int ruled = 0;
+    for (int field = 0; field <= 160; ++field) {
+        int max = -1;
+        if (nm_FieldRule(field, &max) == NM_CLASS_NONE) continue;
+        ++ruled;
+        const std::string text = mes_GetAnyErMsg(100, 4800 + field, nullptr, 0);
+        EXPECT_NE(text.find(std::string(" ") + da_AttribNumberToLocName(da_nmFieldNum2DANum(field)) + " "),
+                  std::string::npos)
+            << field << ": " << text;
+        if (max > 0 && field != 9) {
+            EXPECT_NE(text.find(std::to_string(max)), std::string::npos) << field << ": " << text;
+        }
+    }
+    EXPECT_EQ(ruled, 23 + 64);
 }
 
 }  // namespace
