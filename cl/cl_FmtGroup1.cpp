@@ -169,7 +169,7 @@ char *cl_FrmtGroup1PP(char **table, int mailNodeOnly) {
 char *cl_FormatGroup1(const char *tf) {
     cl::fmt::LocalTable local;
     char **table = cl::fmt::unpack(tf, cl::kGroup1Fields, local);
-    char *text = cl::group1(table, false);
+    char *text = cl_FrmtGroup1PP(table, 0);
     cl::fmt::release(table, local);
     return text;
 }

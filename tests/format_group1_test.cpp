@@ -123,6 +123,8 @@ TEST(Group1, TracesOnlyAboveLevelNine) {
     cl_FrmtGroup1PP(table.t, 0);
     EXPECT_EQ(traces.named("cl_FrmtGroup1PP").size(), 2u);
     EXPECT_EQ(traces.named("cl_FrmtGroup1PNPP").size(), 2u);
+    cl_FormatGroup1(text.c_str());  // goes through cl_FrmtGroup1PP, traced as a call of its own
+    EXPECT_EQ(traces.named("cl_FrmtGroup1PP").size(), 4u);
     er_SubSystemLoggingLevel = saved;
 }
 
