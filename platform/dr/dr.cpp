@@ -40,12 +40,11 @@ bool left_to_conversion(std::string_view value, int field, bool markers) {
     return false;
 }
 
-// The value of a known field keeps the field's rule; an unknown attribute
-// is the conversion's to refuse.
+// The value of a known field keeps the field's rule (a field without one
+// takes any value); an unknown attribute is the conversion's to refuse.
 void check_value(std::string_view tag, std::string_view value, bool markers, int line) {
     const int field = da_AttIdToORNIndex(tag.data(), static_cast<int>(tag.size()));
-    if (field < 0 || nm_FieldRule(field, nullptr) == NM_CLASS_NONE) return;
-    if (left_to_conversion(value, field, markers)) return;
+    if (field < 0 || left_to_conversion(value, field, markers)) return;
     if (!nm_CheckFieldText(value.data(), static_cast<int>(value.size()), field, markers))
         refuse(kBadValueOfField + field, line);
 }

@@ -74,9 +74,16 @@ constexpr Rule rule_of(int field) {
 constexpr std::string_view kPrintable =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789'()+,-./:=? ";
 
+constexpr std::array<bool, 256> make_printable() {
+    std::array<bool, 256> table{};
+    for (char c : kPrintable) table[static_cast<unsigned char>(c)] = true;
+    return table;
+}
+constexpr std::array<bool, 256> kIsPrintable = make_printable();
+
 constexpr bool is_digit(unsigned char c) { return c >= '0' && c <= '9'; }
 constexpr bool is_letter(unsigned char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr bool is_printable(unsigned char c) { return kPrintable.find(static_cast<char>(c)) != std::string_view::npos; }
+constexpr bool is_printable(unsigned char c) { return kIsPrintable[c]; }
 
 // Country: exactly 2 letters or exactly 3 digits.
 constexpr bool is_country(std::string_view v) {
