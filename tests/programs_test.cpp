@@ -196,6 +196,10 @@ TEST_F(Programs, InitHomeWritesTheFilesOnceAndShowsTheMailNodes) {
     EXPECT_EQ(home_.read("sys/sysdata"), std::string(48, '\0'));
     struct stat st;
     EXPECT_EQ(stat(home_.file("sys/install").c_str(), &st), 0);
+    for (const char *file : {"sys/config", "sys/sysdata"}) {
+        ASSERT_EQ(stat(home_.file(file).c_str(), &st), 0) << file;
+        EXPECT_EQ(st.st_mode & 0777, 0660u) << file;
+    }
 
     Result again = run("qx-inithome", {"Other"});
     EXPECT_EQ(again.status, 100);
@@ -212,6 +216,21 @@ TEST_F(Programs, InitHomeWritesTheFilesOnceAndShowsTheMailNodes) {
     EXPECT_EQ(run("qx-defmnode", {"3"}).out, "Default mail node 3: (none)\n");
     EXPECT_EQ(run("qx-defmnode", {"2", "Sales/surname=Smith"}).status, 103);  // not a mail node
     EXPECT_EQ(run("qx-defmnode", {"2"}).out, "Default mail node 2: Support,Paris\n");
+}
+
+// The programs' own bounds, taken at the limit: a unit of 32 characters,
+// the last record, and a typed argument of 4095 bytes (one more is refused).
+TEST_F(Programs, BoundsAreTakenAtTheirLimit) {
+    const std::string unit(32, 'U');
+    Result home = run("qx-inithome", {unit + ",London"});
+    ASSERT_EQ(home.status, 0) << home.err;
+    EXPECT_EQ(std::string(home_.read("sys/config").c_str() + 140, 32), unit);
+    Result last = run("qx-defmnode", {"1023", "Sales,London"});
+    EXPECT_EQ(last.status, 0) << last.err;
+    EXPECT_EQ(last.out, "Default mail node 1023: Sales,London\n");
+    const std::string prefix = "Ann Lee/Sales/organization=Acme/title=";
+    EXPECT_EQ(run("qx-usershow", {prefix + std::string(4095 - prefix.size(), 'x')}).status, 100);  // read, not found
+    EXPECT_EQ(run("qx-usershow", {prefix + std::string(4096 - prefix.size(), 'x')}).status, 103);
 }
 
 TEST_F(Programs, StartCountAndInstallationCheck) {
