@@ -1,0 +1,211 @@
+// What the sample administrative programs share: the codes and statuses
+// they give, their bounds, protected blocks, the state of one run, and the
+// pieces each family of programs is built from.
+//
+//   names.cpp      typed names and mail nodes, checked as the library checks them
+//   home_files.cpp the home's files: written whole, checked for damage
+//   directory.cpp  the user directory (SQLite)
+//   users.cpp      qx-useradd, qx-usershow, qx-userdel, qx-userlist
+//   mailnodes.cpp  qx-defmnode, qx-pmn
+//   server.cpp     qx-inithome, qx-startcount, qx-checkinstall
+//   qxadm.cpp      options, dispatch by name, reports and exit statuses
+//
+// An escape skips frames without running destructors: everything here that
+// lives across a call that can escape is trivially destructible.
+#ifndef QXADM_HPP
+#define QXADM_HPP
+
+#include <setjmp.h>
+#include <sys/types.h>
+
+#include <array>
+#include <cstdio>
+#include <ctime>
+
+#include "ccs.h"
+#include "cl.h"
+#include "er.h"
+#include "ext.h"
+
+namespace qxadm {
+
+struct Code {
+    int group;
+    int reason;
+};
+
+// Each source defines `constexpr const char kSourceFile[] = "programs/x";`.
+[[noreturn]] inline void raise(Code code, const char *file, int line) {
+    er_TracedEscape(code.group, code.reason, file, line);
+}
+#define QX_RAISE(code) ::qxadm::raise((code), kSourceFile, __LINE__)
+
+// Codes of the catalogue that the programs raise or report themselves.
+constexpr Code kNameTooLong{100, 9801};      // a typed argument over kTextMax
+constexpr Code kNotMailNodeOnly{100, 8119};  // a home's mail node with more than units
+constexpr Code kUnitTooLong{100, 8004};
+constexpr Code kBusy{100, 4620};             // the user directory stayed locked
+constexpr Code kHomeExists{100, 4761};       // qx-inithome on a home already set up
+constexpr Code kRecordTooLong{100, 4762};    // a default mail node over one record
+constexpr Code kNotListable{100, 4763};      // a name whose listing would not name it again
+constexpr Code kFieldNotValid{100, 4764};    // a mail node's field breaks its field's rule
+constexpr Code kOutputFailed{100, 4765};     // standard output could not be written
+constexpr Code kFileDamaged{100, 4766};      // a file of the home, named in the detail
+constexpr Code kRecordOutOfRange{100, 4767}; // a record number over kRecordMax
+constexpr Code kUnknownOption{100, 4768};
+constexpr Code kUnknownProgram{100, 4769};
+constexpr Code kNoProgram{100, 4770};
+constexpr Code kLockTimeOut{100, 8001};      // cl_GetCfgLock's wait ended
+constexpr Code kConfigShort{100, 4624};      // cl_ReadPMN: sys/config too short
+constexpr Code kOldConfigShort{102, 1420};   // cl_ReadDefMNode: sys/config too short
+constexpr Code kSysdataShort{3, 6015};       // the start counter: sys/sysdata too short
+constexpr Code kNoSuchUser{102, 1611};
+constexpr Code kUserExists{102, 1612};
+constexpr Code kDirectoryUnopenable{102, 1613};
+constexpr Code kDirectoryDamaged{102, 1615};
+
+inline bool same(Code a, Code b) { return a.group == b.group && a.reason == b.reason; }
+
+// Usage codes: the catalogue's usage text for each argument shape.
+constexpr Code kUsageDispatch{100, 4681};  // qxadm NAME [ARGUMENT...]
+constexpr Code kUsageName{100, 4709};      // PROG NAME
+constexpr Code kUsageAdd{100, 4722};       // PROG NAME[/attribute=value...]
+constexpr Code kUsageDefMNode{100, 4728};  // PROG [RECORD [MAILNODE]]
+constexpr Code kUsageNone{100, 4738};      // PROG
+constexpr Code kUsageCount{100, 4751};     // PROG [--count]
+constexpr Code kUsageHome{102, 1600};      // PROG [MAILNODE]
+
+// Exit statuses the programs choose themselves (see kChosen); the others
+// are cl_SortAllErrors'.
+constexpr int kStatusIncomplete = 1;  // qx-checkinstall: not installed or not set up
+constexpr int kStatusUsage = 2;
+constexpr int kStatusLocked = 3;
+constexpr int kStatusExistsOrMissing = 100;
+constexpr int kStatusDamaged = 105;
+
+// Bounds. A typed argument is at most kTextMax bytes: the conversion's own
+// working storage holds no more. Its packed form holds the typed fields
+// (fewer bytes than the text, but a PSAP value at most doubles in packed
+// form) and 161 separators, so kPackedSize bytes hold it whole.
+constexpr std::size_t kTextMax = 4095;
+constexpr std::size_t kPackedSize = 2 * (kTextMax + 1) + 256;
+constexpr std::size_t kDisplaySize = 4080;  // the full-name formatter's result
+constexpr std::size_t kRecordSize = 1024;   // a default mail node record
+constexpr int kRecordMax = 1023;            // records 0 .. 1023: sys/defmnode stays within 1 MiB
+constexpr int kUnitLen = 32;                // a mail node unit in sys/config
+constexpr std::size_t kParsedSize = 200;    // cl_ParseLoclAddr's result
+constexpr std::size_t kDetailSize = QX_PATH_MAX + 160;  // a detail line: a file name or a short text
+
+// The home's binary files: what qx-inithome writes.
+constexpr std::size_t kConfigSize = 512;    // at least 268: the primary node ends there
+constexpr std::array<int, 4> kOlderUnitAt = {8, 40, 72, 104};
+constexpr std::array<int, 4> kPrimaryUnitAt = {140, 172, 204, 236};
+constexpr std::size_t kSysdataSize = 48;    // count at 40, date at 44
+constexpr const char kDefaultMailNode[] = "HQ,Example";
+constexpr const char kConfigName[] = "~/sys/config";
+constexpr const char kSysdataName[] = "~/sys/sysdata";
+constexpr const char kDefMNodeName[] = "~/sys/defmnode";
+constexpr std::size_t kPrimaryNodeSize = 4 + 4 * (kUnitLen + 1) + 1;  // cl_ReadPMN: separators, units, NUL
+
+// Protected block: runs body under a fresh jump environment; true when an
+// escape arrived (it is still pending). Never inlined: sigsetjmp needs a
+// frame that is live when the jump lands.
+template <class Body>
+__attribute__((noinline)) bool attempt(Body &body) {
+    sigjmp_buf env;
+    sigjmp_buf *volatile previous = er_SetCurrEnv(&env);
+    if (sigsetjmp(env, 0) == 0) {
+        body();
+        er_SetCurrEnv(previous);
+        return false;
+    }
+    er_SetCurrEnv(previous);
+    return true;
+}
+
+// Runs body; an escape from it is cleared and reported as true.
+template <class Body>
+bool fails(Body &&body) {
+    if (!attempt(body)) return false;
+    er_Clear();
+    return true;
+}
+
+// Frees the configuration lock if this process holds it, without losing the
+// escape being handled.
+void release_lock_keeping_escape();
+
+// State of one run, for the report at its end: the detail of a damaged file,
+// when the lock wait began, and what a changing program has done already.
+extern char g_detail[kDetailSize];
+extern timespec g_lock_wait_began;
+extern bool g_lock_waited;
+extern const char *g_done;  // e.g. "the user was added"
+extern const char *g_prog;  // the program the run is for
+
+inline void note_done(const char *what) { g_done = what; }
+
+struct Args {
+    const char *prog;  // the base name the program was invoked under
+    char **argv;       // the whole command line, argv[0] the invoked name
+    int count;         // operands, after the options
+    char **operands;
+    bool count_option;  // qx-startcount --count
+    Code usage;
+    const char *arg(int i) const { return operands[i - 1]; }
+};
+
+// A usage error unless ok.
+void need(const Args &a, bool ok);
+
+// Typed names and mail nodes (names.cpp).
+ccs_Descriptor *charset();  // the programs read and write UTF-8
+void user_key(const char *typed, char *key);       // key: kPackedSize bytes
+void mail_node_key(const char *typed, char *key);  // key: kPackedSize bytes
+bool sound_mail_node(const char *packed);
+void copy_display(const char *text, char *out);    // out: kDisplaySize bytes
+void show_mail_node(const char *label, const char *packed);
+
+// The home's files (home_files.cpp).
+void actual_name(const char *name, char *buf);  // buf: QX_PATH_MAX bytes
+[[noreturn]] void raise_damaged(const char *name, int line);
+void make_dirs(const char *path);
+void write_whole_file(const char *path, const unsigned char *bytes, std::size_t size);
+bool exists(const char *path, mode_t type);
+void check_config_units(const std::array<int, 4> &at, bool empty_ok);
+
+// The user directory (directory.cpp): each raises its failure once the
+// database is closed again. display: kDisplaySize bytes.
+void directory_add(const char *key, const char *display);
+void directory_find(const char *key, char *display);
+void directory_delete(const char *key, char *display);
+void directory_list(std::FILE *out);
+
+// A change to the server's data: under the configuration lock, with the
+// command line logged. An escape from work leaves the lock to the top level.
+// When the wait began is kept for the report of a time-out.
+template <class Work>
+void under_lock(const Args &a, Work &&work) {
+    clock_gettime(CLOCK_MONOTONIC, &g_lock_wait_began);
+    g_lock_waited = true;
+    cl_GetCfgLock();
+    g_lock_waited = false;
+    cl_LogCommandLine(a.argv);
+    work();
+    cl_FreeConfigLock();
+}
+
+// The programs.
+int user_add(const Args &a);
+int user_show(const Args &a);
+int user_delete(const Args &a);
+int user_list(const Args &a);
+int default_mail_node(const Args &a);
+int primary_mail_node(const Args &a);
+int init_home(const Args &a);
+int start_count(const Args &a);
+int check_install(const Args &a);
+
+}  // namespace qxadm
+
+#endif
