@@ -25,6 +25,7 @@ namespace qx::nm {
 namespace {
 
 constexpr char kMarker = '\x1F';
+constexpr int kFirstStandard = 8;    // the organization
 constexpr int kLastPositional = 14;  // the numeric user identifier
 
 struct Rule {
@@ -128,12 +129,11 @@ constexpr bool bytes_fit(int cls, std::string_view v, bool marker_allowed) {
 constexpr bool acceptable(std::string_view v, int field, bool markers) {
     const Rule rule = rule_of(field);
     if (rule.cls == NM_CLASS_NONE) return true;
-    const bool standard = field >= 8 && field <= kLastPositional;
-    if (markers && standard && !v.empty() && v.back() == kMarker) {
-        v.remove_suffix(1);
-        if (v.empty()) return true;
-        markers = false;
-    } else if (standard) {
+    if (field >= kFirstStandard && field <= kLastPositional) {
+        if (markers && !v.empty() && v.back() == kMarker) {
+            v.remove_suffix(1);
+            if (v.empty()) return true;
+        }
         markers = false;
     }
     if (v.empty()) return false;
