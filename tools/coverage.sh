@@ -7,6 +7,7 @@
 #
 #   bash tools/coverage.sh                 # build, test, report
 #   CL_COVERAGE_BUILD=/tmp/cov bash tools/coverage.sh
+#   CL_COVERAGE_TESTS='Parse|Convert' bash tools/coverage.sh   # some tests only
 #
 # Branch figures leave out the branches gcc adds for exception unwinding and
 # those it marks unreachable (gcovr --exclude-throw-branches
@@ -34,7 +35,9 @@ cmake --build "$dir" -j "$jobs"
 # Counts from an earlier run would add to this one's.
 find "$dir" -name '*.gcda' -delete
 status=0
-(cd "$dir" && ctest -j "$jobs" --output-on-failure) || status=$?
+filter=()
+[ -z "${CL_COVERAGE_TESTS:-}" ] || filter=(-R "$CL_COVERAGE_TESTS")
+(cd "$dir" && ctest -j "$jobs" --output-on-failure "${filter[@]}") || status=$?
 [ "$status" -eq 0 ] || echo "coverage: some tests failed (ctest status $status); figures follow all the same" >&2
 
 gcov_args=(-r . --object-directory "$dir" -j "$jobs"
