@@ -7,7 +7,8 @@
 #
 #   bash tools/coverage.sh                 # build, test, report
 #   CL_COVERAGE_BUILD=/tmp/cov bash tools/coverage.sh
-#   CL_COVERAGE_TESTS='Parse|Convert' bash tools/coverage.sh   # some tests only
+#   CL_COVERAGE_LABELS='parse_test|convert_test' bash tools/coverage.sh
+#                                          # only the suites of these files
 #
 # Branch figures leave out the branches gcc adds for exception unwinding and
 # those it marks unreachable (gcovr --exclude-throw-branches
@@ -36,7 +37,7 @@ cmake --build "$dir" -j "$jobs"
 find "$dir" -name '*.gcda' -delete
 status=0
 filter=()
-[ -z "${CL_COVERAGE_TESTS:-}" ] || filter=(-R "$CL_COVERAGE_TESTS")
+[ -z "${CL_COVERAGE_LABELS:-}" ] || filter=(-L "$CL_COVERAGE_LABELS")
 (cd "$dir" && ctest -j "$jobs" --output-on-failure "${filter[@]}") || status=$?
 [ "$status" -eq 0 ] || echo "coverage: some tests failed (ctest status $status); figures follow all the same" >&2
 
