@@ -5,6 +5,7 @@
 // forked child, which inherits the memory of its parent, does not take its
 // parent's lock for its own.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -53,6 +54,21 @@ void drop_stale(Lock &lock) {
     er_TracedEscape(1, error, kSourceFile, line);
 }
 
+// Opens the lock file, creating it with mode 0660 whatever the umask, as
+// every file of the home is: the server's group shares the lock.
+int open_lock_file(const char *actual) {
+    constexpr mode_t kLockMode = 0660;
+    int fd = open(actual, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockMode);
+    if (fd >= 0 && fchmod(fd, kLockMode) != 0) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+        return -1;
+    }
+    if (fd < 0 && errno == EEXIST) fd = open(actual, O_RDWR | O_CLOEXEC);
+    return fd;
+}
+
 int take(int number, int mode) {
     Lock &lock = lock_of(number);
     if (held_here(lock)) return 1;
@@ -63,7 +79,7 @@ int take(int number, int mode) {
     char actual[QX_PATH_MAX];
     ext_GetActualFName(name, actual);
     lock.owner = getpid();
-    lock.fd = open(actual, O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+    lock.fd = open_lock_file(actual);
     if (lock.fd < 0) {
         int error = errno;
         lock = Lock{};
