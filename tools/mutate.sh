@@ -137,7 +137,10 @@ if ! command -v rsync >/dev/null 2>&1; then  # Debian package, as tools/deps.sh 
   $sudo apt-get install -y --no-install-recommends rsync
 fi
 echo "Copying the tree to $src"
-rsync -a --delete --exclude=/build/ --exclude=/.git/ "$root/" "$src/"
+# By content, not time stamps: a file that differs is written anew and gets a
+# new time stamp, so the reused build recompiles it even when the tree's copy
+# is older than an object built from a fault of an earlier run.
+rsync -rlpD --checksum --delete --exclude=/build/ --exclude=/.git/ "$root/" "$src/"
 plan=$(mutation check "$src" "${ids[@]}")
 mkdir -p "$dir/logs"
 
