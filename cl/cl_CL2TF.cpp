@@ -153,15 +153,15 @@ namespace cl {
 namespace {
 
 // Bytes of the transformed text.
-constexpr char kSegmentEnd = '\x1E';          // an unescaped '/'
-constexpr char kNameValue = '\x1D';           // an unescaped '='
+constexpr char kSegmentEnd = ORN_ENTRY_SEP;     // an unescaped '/': the entry separator's byte
+constexpr char kNameValue = ORN_VALUE_SEP;      // an unescaped '=': the value separator's byte
 constexpr char kRepeatedDelimiter = '\x05';   // ',' when positional, 0x1D in attributes
 constexpr char kEscape = '\\';
 
-constexpr int kIAField = 130;
-constexpr int kPSAPField = 35;
-constexpr int kPostalField = 46;
-constexpr int kCVField = 160;
+constexpr int kIAField = ORN_IA;
+constexpr int kPSAPField = ORN_PSAP;
+constexpr int kPostalField = ORN_POSTAL_ADDRESS;
+constexpr int kCVField = ORN_CV;
 
 // An escaped delimiter of the first segment becomes its substitute.
 constexpr char kEscapable[] = " ./,()=";
@@ -174,8 +174,11 @@ struct SpecialSet {
     const char *chars;
     const char *const *replacements;
 };
-constexpr const char *kWithMarker[] = {"\x1E", "\x1D", "\x1F", "\x1A[", "\x1A]", "\x18"};
-constexpr const char *kWithoutMarker[] = {"\x1E", "\x1D", "\x1A[", "\x1A]", "\x18"};
+constexpr char kSegmentEndText[] = {kSegmentEnd, '\0'};
+constexpr char kNameValueText[] = {kNameValue, '\0'};
+constexpr char kMarkerText[] = {kMarker, '\0'};
+constexpr const char *kWithMarker[] = {kSegmentEndText, kNameValueText, kMarkerText, "\x1A[", "\x1A]", "\x18"};
+constexpr const char *kWithoutMarker[] = {kSegmentEndText, kNameValueText, "\x1A[", "\x1A]", "\x18"};
 constexpr SpecialSet kSpecialsWithMarker{"/=*[]%", kWithMarker};
 constexpr SpecialSet kSpecialsWithoutMarker{"/=[]%", kWithoutMarker};
 
@@ -441,7 +444,7 @@ char *array_to_da(char **array, int numeric) {
     bool first = true;
     for (int i = 0; i < kFieldCount; ++i) {
         if (!array[i]) continue;
-        if (!first) fstr_FsCsCat(&g_daText, named ? "/" : "\x1E");
+        if (!first) fstr_FsCsCat(&g_daText, named ? "/" : kEntrySepText);
         int number = da_nmFieldNum2DANum(i);
         if (named) {
             fstr_FsCsCat(&g_daText, da_AttribNumberToLocName(number));
@@ -450,7 +453,7 @@ char *array_to_da(char **array, int numeric) {
             std::snprintf(digits, sizeof digits, "%d", number);
             fstr_FsCsCat(&g_daText, digits);
         }
-        fstr_FsCsCat(&g_daText, named ? "=" : "\x1D");
+        fstr_FsCsCat(&g_daText, named ? "=" : kValueSepText);
         fstr_FsCsCat(&g_daText, da_value(i, array[i], named));
         first = false;
     }

@@ -29,7 +29,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     result.begin();
     work.begin();
     fmt::LocalTable local;
-    char **table = fmt::unpack(tf, fmt::kAllFields, local);
+    char **table = fmt::unpack(tf, kFieldCount, local);
 
     work.append(cl_FrmtGroup1PP(table, mailNodeOnly));
     work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? kCommonName + 1 : kCommonName, kLastGroup2, 0));

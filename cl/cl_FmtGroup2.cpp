@@ -22,7 +22,7 @@ fmt::Text g_entries{fmt::kGroup2Size};
 fstr_String g_postal{};
 
 bool ascii_encoded(int field) {
-    return field == kPSAP || (field >= 64 && field <= 127) || field > kIA;
+    return field == kPSAP || (field >= ORN_COUNTERPART && field <= ORN_LAST_TEXT) || field > kIA;
 }
 
 const char *postal_address(const char *value) {
@@ -60,7 +60,7 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
     fmt::Text &out = g_entries;
     out.begin();
     if (first < 0) first = 0;
-    if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;
+    if (last > kFieldCount - 1) last = kFieldCount - 1;
     bool written = false;
     for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
@@ -81,8 +81,8 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
 // that does not fit is refused rather than cut.
 char *attribute_list(const char *tf, bool asciiEncode) {
     fmt::LocalTable local;
-    char **table = fmt::unpack(tf, fmt::kAllFields, local);
-    fmt::Text &out = entries(table, 0, fmt::kAllFields - 1, asciiEncode);
+    char **table = fmt::unpack(tf, kFieldCount, local);
+    fmt::Text &out = entries(table, 0, kFieldCount - 1, asciiEncode);
     fmt::release(table, local);
     if (out.full()) CL_RAISE(100, kListTooLong);
     return out.data();

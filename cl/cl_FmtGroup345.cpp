@@ -50,7 +50,7 @@ char *converted_entries(char **table, ccs_Descriptor *charset, int first, int la
     copy_name(internal, ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
     const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
     if (first < 0) first = 0;
-    if (last > fmt::kAllFields - 1) last = fmt::kAllFields - 1;
+    if (last > kFieldCount - 1) last = kFieldCount - 1;
     for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
         if (needSeparator) out.append("/", charset);

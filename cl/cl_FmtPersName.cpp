@@ -20,7 +20,7 @@ char *personal_name(const char *tf, ccs_Descriptor *cs, bool withIA) {
     fmt::Text &out = g_personal;
     out.begin();
     fmt::LocalTable local;
-    char **table = fmt::unpack(tf, fmt::kAllFields, local);
+    char **table = fmt::unpack(tf, kFieldCount, local);
     out.append(cl_FrmtGroup1PNPP(table));
     out.join(cl_FrmtGroup2PP(table, kCommonName, kCommonName, 0));
     out.append(cl_FrmtGroup345PP(table, cs, 64, 67, 1), cs);
@@ -34,7 +34,7 @@ char *group1_personal_name(const char *tf) {
     fmt::Text &out = g_group1_copy;
     out.begin();
     fmt::LocalTable local;
-    char **table = fmt::unpack(tf, fmt::kAllFields, local);
+    char **table = fmt::unpack(tf, kFieldCount, local);
     out.append(cl_FrmtGroup1PNPP(table));
     fmt::release(table, local);
     return out.data();

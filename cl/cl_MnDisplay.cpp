@@ -39,13 +39,13 @@ void set_node_for_display(char *text) {
 }
 
 // Field i (0 to 63) and field i + 64 are counterparts.
-constexpr int kPairs = 64;
-constexpr int kCounterpart = 64;
-constexpr int kSurname = 0;
-constexpr int kRestOfPersonalName[] = {1, 2, 3};
-constexpr int kFirstRemoved = 64;   // removed by cl_RemoveTxTFields: 64 to 115
+constexpr int kPairs = ORN_COUNTERPART;
+constexpr int kCounterpart = ORN_COUNTERPART;
+constexpr int kSurname = ORN_SURNAME;
+constexpr int kRestOfPersonalName[] = {ORN_GIVEN_NAME, ORN_INITIALS, ORN_GENERATION};
+constexpr int kFirstRemoved = ORN_COUNTERPART;  // removed by cl_RemoveTxTFields: 64 to 115
 constexpr int kLastRemoved = 115;
-constexpr int kAlsoRemoved = 128;   // and field 128
+constexpr int kAlsoRemoved = ORN_DISPLAY_NAME;  // and field 128
 
 // The name being rewritten with its parsed form, kept in step.
 struct Name {

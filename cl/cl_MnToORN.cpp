@@ -13,12 +13,13 @@ namespace {
 constexpr const char kSourceFile[] = "cl/cl_MnToORN";
 
 constexpr int kLastSeparator = 3;  // four units: three separators at most
-constexpr int kFirstUnitField = 4;
+constexpr int kFirstUnitField = ORN_UNIT1;
 // Separators after the prefix that still open a field of the name.
 constexpr int kSeparatorsMax = kLastField - kFirstUnitField;
 
-constexpr char kEmptyPrefix[] = "\x1D\x1D\x1D\x1D";
-constexpr char kPlaceHolderPrefix[] = "S\x1D" "F\x1D" "I\x1D" "G\x1D";
+// The personal-name fields before the units: empty, or place holders.
+constexpr char kEmptyPrefix[] = {kFieldSep, kFieldSep, kFieldSep, kFieldSep, '\0'};
+constexpr char kPlaceHolderPrefix[] = {'S', kFieldSep, 'F', kFieldSep, 'I', kFieldSep, 'G', kFieldSep, '\0'};
 
 bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 

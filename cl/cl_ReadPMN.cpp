@@ -12,7 +12,7 @@ namespace cl {
 namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_ReadPMN";
-constexpr int kNameFields = 4;  // the empty personal-name fields before the units
+constexpr int kNameFields = ORN_UNIT1;  // the empty personal-name fields before the units
 
 // buf (136 bytes: four separators, four units of 32 and three separators,
 // the terminator) receives the packed O/R name; the packed mail node, from

@@ -60,8 +60,8 @@ static_assert(sizeof(WorkArea) == 200);
 
 // Largest results: the personal name with its four separators (69 bytes);
 // personal name and four units joined by seven separators (200 bytes).
-constexpr int kNameFields = 4;
-constexpr int kAllFields = 8;
+constexpr int kNameFields = ORN_UNIT1;  // the personal name: fields 0 to 3
+constexpr int kParsedFields = ORN_UNIT1 + ORN_UNITS;  // the personal name and the units
 
 // Personal-name fields seen during a scan (set even when what was stored is empty).
 enum Seen : unsigned { kSurnameSeen = 1, kGivenSeen = 2, kInitialsSeen = 4, kGenerationSeen = 8 };
@@ -214,10 +214,10 @@ public:
 
     // The fields in result order: surname, given name, initials, generation
     // qualifier, units 1 to 4.
-    void fields(std::string_view (&out)[kAllFields]) const {
-        const char *data[kAllFields] = {work_.surname, work_.given, work_.initials, work_.generation,
+    void fields(std::string_view (&out)[kParsedFields]) const {
+        const char *data[kParsedFields] = {work_.surname, work_.given, work_.initials, work_.generation,
                                         work_.units[0], work_.units[1], work_.units[2], work_.units[3]};
-        for (int f = 0; f < kAllFields; ++f) out[f] = {data[f], static_cast<std::size_t>(lengths_[f])};
+        for (int f = 0; f < kParsedFields; ++f) out[f] = {data[f], static_cast<std::size_t>(lengths_[f])};
     }
 
 private:
@@ -337,7 +337,7 @@ private:
     int start_ = 0;
     unsigned seen_ = 0;
     WorkArea work_{};
-    int lengths_[kAllFields] = {};  // of the work area's fields, in result order
+    int lengths_[kParsedFields] = {};  // of the work area's fields, in result order
 };
 static_assert(std::is_trivially_destructible_v<Scan>);
 
@@ -364,7 +364,7 @@ void parse_orn(char *name, char *result, int surname_required) {
     Scan scan(name, Rules{false, true, false, -1});
     tidy_and_scan(name, scan);
     if (surname_required && scan.work().surname[0] == '\0') CL_RAISE(kGroup, kNoSurname);
-    std::string_view fields[kAllFields];
+    std::string_view fields[kParsedFields];
     scan.fields(fields);
     join(result, fields, kNameFields, true);
 }
@@ -373,9 +373,9 @@ int parse_name_and_node(char *text, char *result, int allow_marker) {
     Scan scan(text, Rules{true, allow_marker != 0, true, -1});
     tidy_and_scan(text, scan);
     scan.settle_mail_node();
-    std::string_view fields[kAllFields];
+    std::string_view fields[kParsedFields];
     scan.fields(fields);
-    join(result, fields, kAllFields, false);
+    join(result, fields, kParsedFields, false);
     return scan.has_mail_node() ? 1 : 0;
 }
 
@@ -383,9 +383,9 @@ void parse_local_address(char *text, char *result) {
     Scan scan(text, Rules{true, true, false, 0});
     tidy_and_scan(text, scan);
     if (scan.work().units[0][0] == '\0') CL_RAISE(kGroup, kNoMailNode);
-    std::string_view fields[kAllFields];
+    std::string_view fields[kParsedFields];
     scan.fields(fields);
-    join(result, fields, kAllFields, false);  // the personal-name fields are empty
+    join(result, fields, kParsedFields, false);  // the personal-name fields are empty
 }
 
 }  // namespace

@@ -127,18 +127,16 @@ constexpr int kGroup2Size = 4097;    // attribute entries
 constexpr int kGroup345Size = 8194;  // converted attribute entries
 constexpr int kFullSize = 4080;      // full-name and personal-name texts
 
-constexpr int kAllFields = 161;
-
-// Field numbers the formatters address.
+// Field numbers the formatters address (orn.h).
 namespace field {
-constexpr int kCommonName = 32;  // the group 2 field of the personal-name text
-constexpr int kPSAP = 35;
-constexpr int kPostalAddress = 46;
-constexpr int kLastGroup2 = 63;
-constexpr int kDisplayName = 128;
-constexpr int kAlternateName = 129;
-constexpr int kIA = 130;
-constexpr int kCV = 160;
+constexpr int kCommonName = ORN_COMMON_NAME;  // the group 2 field of the personal-name text
+constexpr int kPSAP = ORN_PSAP;
+constexpr int kPostalAddress = ORN_POSTAL_ADDRESS;
+constexpr int kLastGroup2 = ORN_LAST_GROUP2;
+constexpr int kDisplayName = ORN_DISPLAY_NAME;
+constexpr int kAlternateName = ORN_ALTERNATE_NAME;
+constexpr int kIA = ORN_IA;
+constexpr int kCV = ORN_CV;
 }  // namespace field
 constexpr const char kKeyChars[] = "/=*[]%";
 
@@ -210,7 +208,7 @@ inline void release(char **table, LocalTable &local) {
 // built in s.
 inline const char *special_entry(fstr_String &s, const char *number, const char *attributeValue) {
     fstr_FsCsCopy(&s, number);
-    fstr_FsCsCat(&s, "\x1D");
+    fstr_FsCsCat(&s, kValueSepText);
     fstr_FsCsCat(&s, da_ConvEntryToCV(attributeValue));
     return cl_FormatSpecialEntry(s.text);
 }

@@ -4,14 +4,21 @@
 
 #include <array>
 
+#include "orn.h"
+
 namespace cl {
 
-constexpr char kFieldSep = '\x1D';   // ends a field, next field in the group
-constexpr char kGroupEnd = '\x17';   // ends a field and closes its group
-constexpr char kMarker = '\x1F';     // an unescaped '*' typed with allowMarker
-constexpr int kFieldCount = 161;     // fields 0 to 160
-constexpr int kGroupSize = 32;
-constexpr int kLastField = 160;
+// The library's names for the vocabulary of orn.h.
+constexpr char kFieldSep = ORN_FIELD_SEP;
+constexpr char kGroupEnd = ORN_GROUP_END;
+constexpr char kMarker = ORN_MARKER;
+constexpr int kFieldCount = ORN_FIELDS;
+constexpr int kGroupSize = ORN_GROUP_SIZE;
+constexpr int kLastField = ORN_LAST_FIELD;
+// The separators as texts, for calls that append strings.
+constexpr char kFieldSepText[] = {kFieldSep, '\0'};
+constexpr char kEntrySepText[] = {ORN_ENTRY_SEP, '\0'};
+constexpr char kValueSepText[] = {ORN_VALUE_SEP, '\0'};
 
 // The bytes that end a field of packed text: its separator, its group's
 // end and the text's end.

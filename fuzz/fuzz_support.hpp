@@ -20,15 +20,16 @@
 
 #include "cl.h"
 #include "da.h"
+#include "orn.h"
 #include "testkit.hpp"
 
 namespace fuzz {
 
-// Limits of the packed form: fields 0 to 160, at most 4079 bytes each.
-constexpr int kFields = 161;
+// Limits of the packed form (orn.h): at most 4079 bytes a field.
+constexpr int kFields = ORN_FIELDS;
 constexpr std::size_t kFieldMax = 4079;
-constexpr char kSep = '\x1D';
-constexpr char kClose = '\x17';
+constexpr char kSep = ORN_FIELD_SEP;
+constexpr char kClose = ORN_GROUP_END;
 
 struct Input {
     unsigned flags = 0;

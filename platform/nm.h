@@ -1,12 +1,13 @@
-/* nm_: the O/R name in its packed text form: fields in field-number order,
- * 0x1D between fields, 0x17 closing a group of 32, NUL at the end. */
+/* nm_: the O/R name in its packed text form (orn.h): fields in
+ * field-number order, separators between fields, group ends, NUL at the end. */
 #ifndef NM_H
 #define NM_H
 #include <stdint.h>
+#include "orn.h"
 #include "qx.h"
 QX_BEGIN
 
-#define NM_FIELDS 161
+#define NM_FIELDS ORN_FIELDS /* entries of the parsed form's arrays */
 typedef struct nm_ParsedORN {
     int length;                 /* bytes of the text */
     int reached;                /* fields 0 to reached - 1 are described below; later ones are not reached */

@@ -85,14 +85,16 @@ void check_config_units(const std::array<int, 4> &at, bool empty_ok) {
     actual_name(kConfigName, path);
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) raise_errno(path, errno, __LINE__);
-    char packed[4 + 4 * (kUnitLen + 1) + 1] = "\x1D\x1D\x1D\x1D";  // units keep their places
+    constexpr char kSep[] = {ORN_FIELD_SEP, '\0'};
+    // An empty personal name, then the units in their places.
+    char packed[ORN_UNIT1 + ORN_UNITS * (kUnitLen + 1) + 1] = {ORN_FIELD_SEP, ORN_FIELD_SEP, ORN_FIELD_SEP, ORN_FIELD_SEP};
     bool sound = true, empty = true;
     for (std::size_t i = 0; i < at.size(); ++i) {
         char field[kUnitLen + 1] = {};
         sound = sound && pread(fd, field, kUnitLen, at[i]) == kUnitLen;
         const std::size_t len = strnlen(field, kUnitLen);
         for (std::size_t k = len; k < kUnitLen; ++k) sound = sound && field[k] == '\0';
-        if (i > 0) std::strcat(packed, "\x1D");
+        if (i > 0) std::strcat(packed, kSep);
         std::strcat(packed, field);
         empty = empty && len == 0;
     }

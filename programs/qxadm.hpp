@@ -26,6 +26,7 @@
 #include "cl.h"
 #include "er.h"
 #include "ext.h"
+#include "orn.h"
 
 namespace qxadm {
 

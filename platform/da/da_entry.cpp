@@ -13,8 +13,8 @@
 namespace da {
 namespace {
 
-constexpr char kEntrySep = '\x1E';
-constexpr char kValueSep = '\x1D';
+constexpr char kEntrySep = ORN_ENTRY_SEP;
+constexpr char kValueSep = ORN_VALUE_SEP;
 
 // A library-owned result text, valid until the next call of the same
 // function. It moves only when a call needs more room than it has, which a

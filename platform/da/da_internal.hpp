@@ -4,9 +4,11 @@
 #include <cstddef>
 #include <string_view>
 
+#include "orn.h"
+
 namespace da {
 
-constexpr int kIAField = 130;  // the internet address
+constexpr int kIAField = ORN_IA;  // the internet address
 
 // The internal tag of a typed attribute name of len bytes, none of them
 // NUL (a local name in any case, or a tag); empty when it has none. It

@@ -20,9 +20,9 @@
 namespace da {
 namespace {
 
-constexpr int kFields = 161;
+constexpr int kFields = ORN_FIELDS;
 
-constexpr std::array<std::string_view, 64> kBaseNames = {
+constexpr std::array<std::string_view, ORN_COUNTERPART> kBaseNames = {
     // 0 - 31: group 1
     "surname", "givenName", "initials", "generation", "ou1", "ou2", "ou3", "ou4",
     "organization", "country", "admd", "prmd", "networkAddress", "terminalId", "numericUserId",
@@ -50,8 +50,8 @@ struct Attribute {
 };
 
 constexpr int number_of(int field) {
-    if (field == 35) return 28;
-    if (field == 160) return 410;
+    if (field == ORN_PSAP) return 28;
+    if (field == ORN_CV) return 410;
     return 100 + field;
 }
 
@@ -127,20 +127,20 @@ constexpr Table make_table() {
         put_number(a.tag, at, a.number);
         a.tagLength = at;
         at = 0;
-        if (f < 64) {
+        if (f < ORN_COUNTERPART) {
             put(a.name, at, kBaseNames[static_cast<std::size_t>(f)]);
-        } else if (f < 128) {
-            std::string_view base = kBaseNames[static_cast<std::size_t>(f - 64)];
+        } else if (f <= ORN_LAST_TEXT) {
+            std::string_view base = kBaseNames[static_cast<std::size_t>(f - ORN_COUNTERPART)];
             put(a.name, at, "utf8");
             a.name[at++] = static_cast<char>(base[0] - 'a' + 'A');
             put(a.name, at, base.substr(1));
-        } else if (f == 128) {
+        } else if (f == ORN_DISPLAY_NAME) {
             put(a.name, at, "displayName");
-        } else if (f == 129) {
+        } else if (f == ORN_ALTERNATE_NAME) {
             put(a.name, at, "alternateName");
-        } else if (f == 130) {
+        } else if (f == ORN_IA) {
             put(a.name, at, "internetAddress");
-        } else if (f == 160) {
+        } else if (f == ORN_CV) {
             put(a.name, at, "conversionValue");
         } else {
             put(a.name, at, "field");
@@ -175,8 +175,8 @@ constexpr bool names_are_sound() {
 static_assert(names_are_sound());
 
 const Attribute *by_number(int number) {
-    int field = number == 28 ? 35 : number == 410 ? 160 : number - 100;
-    if (field < 0 || field >= kFields || (field == 35 && number != 28) || (field == 160 && number != 410))
+    int field = number == 28 ? ORN_PSAP : number == 410 ? ORN_CV : number - 100;
+    if (field < 0 || field >= kFields || (field == ORN_PSAP && number != 28) || (field == ORN_CV && number != 410))
         return nullptr;
     return &kTable.attrs[field];
 }
@@ -229,7 +229,7 @@ bool is_digit(char c) { return c >= '0' && c <= '9'; }
 // The bytes that end the name of an entry.
 constexpr std::array<bool, 256> make_name_ends() {
     std::array<bool, 256> e{};
-    e[0] = e[0x1D] = e[0x1E] = true;
+    e[0] = e[static_cast<unsigned char>(ORN_VALUE_SEP)] = e[static_cast<unsigned char>(ORN_ENTRY_SEP)] = true;
     return e;
 }
 constexpr std::array<bool, 256> kNameEnds = make_name_ends();

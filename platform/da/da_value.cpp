@@ -19,6 +19,7 @@
 #include "da.h"
 #include "er.h"
 #include "fstr.h"
+#include "orn.h"
 
 namespace da {
 namespace {
@@ -343,7 +344,7 @@ const char *da_IAConvAttToTF(const char *value, int len, int /*flags*/) {
     fstr_String &out = da::g_ia_tf.fresh();
     da::cat_bytes(out, value, da::length_of(value, len));
     for (int i = 0; i < out.length; ++i)
-        if (out.text[i] == '\x1D') out.text[i] = '=';
+        if (out.text[i] == ORN_VALUE_SEP) out.text[i] = '=';
     return out.text;
 }
 
@@ -374,7 +375,7 @@ const char *da_FormatValue(const char *cv) {
 const char *da_FormatAttribEntry(const char *entry, int, int, int, int) {
     fstr_String &out = da::g_entry.fresh();
     std::string_view text = entry;
-    std::size_t sep = text.find('\x1D');
+    std::size_t sep = text.find(ORN_VALUE_SEP);
     std::string_view number = text.substr(0, sep);
     bool digits = sep != std::string_view::npos && !number.empty() && number.size() < 8 &&
                   number.find_first_not_of("0123456789") == std::string_view::npos;

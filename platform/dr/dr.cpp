@@ -16,8 +16,8 @@ namespace dr {
 namespace {
 
 constexpr const char kSourceFile[] = "platform/dr";
-constexpr char kEntrySep = '\x1E';
-constexpr char kValueSep = '\x1D';
+constexpr char kEntrySep = ORN_ENTRY_SEP;
+constexpr char kValueSep = ORN_VALUE_SEP;
 
 enum Reason : int {
     kEmptyText = 4650,
@@ -36,7 +36,7 @@ enum Reason : int {
 bool left_to_conversion(std::string_view value, int field, bool markers) {
     if (nm_IsT61Field(field)) return false;
     for (char c : value)
-        if (c > 0 && c < 0x20 && !(markers && c == '\x1F')) return true;
+        if (c > 0 && c < 0x20 && !(markers && c == ORN_MARKER)) return true;
     return false;
 }
 

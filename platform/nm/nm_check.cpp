@@ -24,9 +24,9 @@
 namespace qx::nm {
 namespace {
 
-constexpr char kMarker = '\x1F';
-constexpr int kFirstStandard = 8;    // the organization
-constexpr int kLastPositional = 14;  // the numeric user identifier
+constexpr char kMarker = ORN_MARKER;
+constexpr int kFirstStandard = ORN_ORGANIZATION;
+constexpr int kLastPositional = ORN_NUMERIC_USER_ID;
 
 struct Rule {
     int cls;  // NM_CLASS_*
@@ -59,8 +59,8 @@ constexpr Rule kGroup1[] = {
     any(8),  any(128),        // 21, 22 extension attribute 4
 };
 constexpr int kGroup1Rules = static_cast<int>(sizeof kGroup1 / sizeof kGroup1[0]);
-constexpr int kFirstText = 64;   // the UTF-8 counterparts of 0 to 63
-constexpr int kLastText = 127;
+constexpr int kFirstText = ORN_COUNTERPART;  // the UTF-8 counterparts of 0 to 63
+constexpr int kLastText = ORN_LAST_TEXT;
 
 constexpr Rule rule_of(int field) {
     if (field >= 0 && field < kGroup1Rules) return kGroup1[field];

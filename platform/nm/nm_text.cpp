@@ -13,10 +13,10 @@
 namespace {
 
 constexpr const char kSourceFile[] = "platform/nm_text";
-constexpr char kFieldSep = '\x1D';
-constexpr char kGroupEnd = '\x17';
-constexpr int kGroupSize = 32;
-constexpr int kLastField = NM_FIELDS - 1;
+constexpr char kFieldSep = ORN_FIELD_SEP;
+constexpr char kGroupEnd = ORN_GROUP_END;
+constexpr int kGroupSize = ORN_GROUP_SIZE;
+constexpr int kLastField = ORN_LAST_FIELD;
 
 // The bytes that end a field: its separator, its group's end, the text's end.
 constexpr std::array<bool, 256> make_field_ends() {
@@ -298,6 +298,6 @@ void nm_AddSeparators(char *tf, int field) {
     tf[length + count] = '\0';
 }
 
-int nm_IsT61Field(int field) { return field >= 64 && field <= 127; }
+int nm_IsT61Field(int field) { return field >= ORN_COUNTERPART && field <= ORN_LAST_TEXT; }
 
 }  // extern "C"
