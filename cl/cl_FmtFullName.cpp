@@ -8,7 +8,7 @@
 namespace cl {
 namespace {
 
-constexpr const char kSourceFile[] = "cl/cl_format";
+constexpr const char kSourceFile[] = "cl/cl_FmtFullName";
 
 using namespace fmt::field;
 

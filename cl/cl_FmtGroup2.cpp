@@ -9,7 +9,7 @@
 namespace cl {
 namespace {
 
-constexpr const char kSourceFile[] = "cl/cl_format";
+constexpr const char kSourceFile[] = "cl/cl_FmtGroup2";
 
 using namespace fmt::field;
 

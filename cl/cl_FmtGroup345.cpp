@@ -12,7 +12,7 @@
 namespace cl {
 namespace {
 
-constexpr const char kSourceFile[] = "cl/cl_format";
+constexpr const char kSourceFile[] = "cl/cl_FmtGroup345";
 
 using namespace fmt::field;
 

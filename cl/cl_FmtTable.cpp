@@ -13,7 +13,7 @@
 namespace cl {
 namespace {
 
-constexpr const char kSourceFile[] = "cl/cl_format";
+constexpr const char kSourceFile[] = "cl/cl_FmtTable";
 
 // Block layout: the fields one after another, each closed by a NUL (a field
 // ending in a line feed is stored without it), then the empty text that the

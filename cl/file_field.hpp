@@ -19,12 +19,12 @@ using ReadFn = int (*)(int fd, void *buf, int count);
 // Positions fd at offset from the start of the file, then transfers size
 // bytes. A file that cannot be positioned is neither read nor written (a
 // transfer at the old position would touch the wrong field).
-inline FieldIo read_field(int fd, std::int64_t offset, void *buf, int size, ReadFn read = os_read) {
+[[nodiscard]] inline FieldIo read_field(int fd, std::int64_t offset, void *buf, int size, ReadFn read = os_read) {
     if (os_lseek(fd, offset, SEEK_SET) == -1) return FieldIo::kNotPositioned;
     return read(fd, buf, size) == size ? FieldIo::kDone : FieldIo::kShort;
 }
 
-inline FieldIo write_field(int fd, std::int64_t offset, const void *buf, int size) {
+[[nodiscard]] inline FieldIo write_field(int fd, std::int64_t offset, const void *buf, int size) {
     if (os_lseek(fd, offset, SEEK_SET) == -1) return FieldIo::kNotPositioned;
     return os_write(fd, buf, size) == size ? FieldIo::kDone : FieldIo::kShort;
 }

@@ -49,6 +49,10 @@ int default_mail_node(const Args &a) {
             mail_node_key(a.arg(2), key);
             if (std::strlen(key) >= kRecordSize) QX_RAISE(kRecordTooLong);
             cl_WriteDefMNode(record, key);
+            // The library does not test its write; reading the record back does.
+            char written[kRecordSize] = {};
+            cl_ReadDefMNode(record, written);
+            if (std::strcmp(written, key) != 0) QX_RAISE(kRecordNotWritten);
             note_done("the record was written all the same");
         });
     }

@@ -59,7 +59,8 @@ namespace {
 
 // Escapes whose status the programs choose: a file of the home that is
 // damaged or too short is reported naming the file; the lock time-out with
-// the wait it actually had; a home set up already as something that exists.
+// the wait it actually had; a home set up already as something that exists;
+// a record that did not read back as a failed system call.
 // file: the home's file a library code is about (its detail names it).
 struct Chosen {
     Code code;
@@ -73,6 +74,7 @@ constexpr Chosen kChosen[] = {
     {kOldConfigShort, kStatusDamaged, kConfigName},
     {kSysdataShort, kStatusDamaged, kSysdataName},
     {kLockTimeOut, kStatusLocked, nullptr},
+    {kRecordNotWritten, kStatusExistsOrMissing, kDefMNodeName},  // a write that failed
 };
 
 // The seconds since the lock wait began, to the nearest second.

@@ -56,6 +56,7 @@ constexpr Code kRecordOutOfRange{100, 4767}; // a record number over kRecordMax
 constexpr Code kUnknownOption{100, 4768};
 constexpr Code kUnknownProgram{100, 4769};
 constexpr Code kNoProgram{100, 4770};
+constexpr Code kRecordNotWritten{100, 4771}; // a default mail node record that does not read back
 constexpr Code kLockTimeOut{100, 8001};      // cl_GetCfgLock's wait ended
 constexpr Code kConfigShort{100, 4624};      // cl_ReadPMN: sys/config too short
 constexpr Code kOldConfigShort{102, 1420};   // cl_ReadDefMNode: sys/config too short

@@ -408,6 +408,11 @@ TEST_F(Programs, FailuresAreReportedWithTheirStatus) {
         home_.write(c.file, kept);
     }
     std::filesystem::remove(home_.file("sys/users.db"));
+    // A default mail node that does not read back after its write.
+    std::filesystem::remove(home_.file("sys/defmnode"));
+    std::filesystem::create_symlink("/dev/full", home_.file("sys/defmnode"));
+    play({{"qx-defmnode", {"2", "X,Y"}, 100, "", "qx-defmnode : E100-4771 The default mail node could not be written"}});
+    std::filesystem::remove(home_.file("sys/defmnode"));
 
     const std::string unwritten = " : E100-4765 Standard output could not be written.\n  No space left on device";
     Result added = run("qx-useradd", {"Ann Lee/Sales,London"}, "/dev/full");

@@ -24,7 +24,7 @@
 namespace da {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/da_value";
+constexpr const char kSourceFile[] = "platform/da/da_value";
 constexpr int kBadPSAP = 4671;  // catalogue: the presentation address is not valid
 constexpr const char kDefaultKeys[] = "/=*[]%";
 constexpr char kHex[] = "0123456789ABCDEF";

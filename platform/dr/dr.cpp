@@ -15,7 +15,7 @@
 namespace dr {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/dr";
+constexpr const char kSourceFile[] = "platform/dr/dr";
 constexpr char kEntrySep = ORN_ENTRY_SEP;
 constexpr char kValueSep = ORN_VALUE_SEP;
 

@@ -13,7 +13,7 @@
 #include "home.hpp"
 
 namespace {
-constexpr const char kSourceFile[] = "platform/ext";
+constexpr const char kSourceFile[] = "platform/ext/ext";
 // Home directory text returned by ext_HomeDir; bounded like every path.
 char g_home[QX_PATH_MAX];
 }  // namespace

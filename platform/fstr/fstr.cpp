@@ -11,7 +11,7 @@
 namespace fstr {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/fstr";
+constexpr const char kSourceFile[] = "platform/fstr/fstr";
 constexpr std::size_t kMinCapacity = 32;
 
 // Writes text at offset `at` of s (0 to replace, s->length to append) and

@@ -18,7 +18,7 @@
 namespace qx::gen {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/gen_lock";
+constexpr const char kSourceFile[] = "platform/gen/gen_lock";
 constexpr int kLocks = 8;        // lock numbers 0 to 7
 constexpr int kNoWaitBit = 4;    // mode 6: take or fail; mode 2: wait
 

@@ -17,7 +17,7 @@
 namespace go {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/go";
+constexpr const char kSourceFile[] = "platform/go/go";
 constexpr int kLossLevel = 9;
 constexpr int kLossReason = 4672;  // catalogue: characters written as '?'
 const iconv_t kNoHandle = reinterpret_cast<iconv_t>(-1);

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char kSourceFile[] = "platform/nm_text";
+constexpr const char kSourceFile[] = "platform/nm/nm_text";
 constexpr char kFieldSep = ORN_FIELD_SEP;
 constexpr char kGroupEnd = ORN_GROUP_END;
 constexpr int kGroupSize = ORN_GROUP_SIZE;

@@ -10,7 +10,7 @@
 namespace qx::os {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/os_dir";
+constexpr const char kSourceFile[] = "platform/os/os_dir";
 constexpr char kAnyRun = '\x1F';
 
 // Matches name against pattern, where kAnyRun stands for any run of bytes

@@ -15,7 +15,7 @@
 namespace qx::os {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/os_file";
+constexpr const char kSourceFile[] = "platform/os/os_file";
 
 [[noreturn]] void raise_errno(const char *object, int line) {
     int error = errno;

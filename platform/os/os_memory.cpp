@@ -7,7 +7,7 @@
 #include "os.h"
 
 namespace {
-constexpr const char kSourceFile[] = "platform/os_memory";
+constexpr const char kSourceFile[] = "platform/os/os_memory";
 }
 
 extern "C" {

@@ -20,7 +20,7 @@
 namespace t61 {
 namespace {
 
-constexpr const char kSourceFile[] = "platform/t61";
+constexpr const char kSourceFile[] = "platform/t61/t61";
 constexpr char kRepeatedDelimiter = '\x05';  // a second name/value delimiter in one segment
 constexpr const char kInternalSet[] = "UTF-8";
 
