@@ -1,6 +1,8 @@
 // Group 1 in the typed name syntax: personal name, mail node by position,
 // standard attributes by position and the bracketed extension attributes,
 // e.g. 'John J.R. Smith Jr. /Sales,Europe/x (T1|blue) '.
+// Short cut (shortcut_allowed): fields are mapped while they are appended,
+// instead of through a copy and cl_ConvertToSpecialChar.
 #include "cl.h"
 #include "fmt_buffer.hpp"
 #include "frame.hpp"
@@ -46,7 +48,7 @@ const char *mapped(WorkArea &work, const char *field) {
 // copy, as long as the copy would not be cut; the copy is kept for longer
 // fields, and whenever cl_ConvertToSpecialChar would trace, so that its
 // trace records stay.
-bool map_while_appending(std::size_t n) { return !traces(kTrace19) && n < sizeof(WorkArea); }
+bool map_while_appending(std::size_t n) { return shortcut_allowed() && n < sizeof(WorkArea); }
 
 void append_mapped(fmt::Text &out, char **table, int field) {
     const char *text = table[field];

@@ -3,6 +3,7 @@
 // One scan serves all three grammars: the personal name alone
 // (cl_ParseORN), a personal name optionally followed by '/' and a mail node
 // (cl_ParseNameLoclAddr2), and a mail node typed by itself (cl_ParseLoclAddr).
+// Short cut (shortcut_allowed): IllegalCharacter's table is read inline.
 // They differ only in a few rules (Rules below). The typed text is tidied by
 // RemoveRedundantSpaces first and its substitute characters are replaced in
 // place as the scan passes them; the result buffer is written only once the
@@ -170,11 +171,11 @@ public:
     Scan(char *text, Rules rules) : text_(text), rules_(rules), unit_(rules.first_unit) {}
 
     // Scans up to and including the terminator; escapes at the first fault.
-    // Ordinary bytes are judged by IllegalCharacter while it traces (level
-    // above 9), so that each leaves its trace records; otherwise by its
-    // table directly.
+    // Ordinary bytes are judged by IllegalCharacter's table directly when
+    // the short cut is allowed, otherwise by calling it, so that each leaves
+    // its trace records.
     void run() {
-        const bool traced = traces(kTrace19);
+        const bool traced = !shortcut_allowed();
         for (int pos = 0;; ++pos) {
             const char c = text_[pos];
             const auto cls = kByteClass[static_cast<unsigned char>(c)];

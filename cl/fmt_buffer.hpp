@@ -1,5 +1,8 @@
 // What the formatters share: their bounded static result buffers and the
 // parse-and-unpack step every entry point starts with.
+// Short cuts: unpack() fills a table on the stack instead of calling
+// cl_UnpackFullORN (shortcut_allowed); next_present() compares table
+// entries two to a vector (kVectorEntries).
 #ifndef CL_FMT_BUFFER_HPP
 #define CL_FMT_BUFFER_HPP
 
@@ -160,17 +163,28 @@ struct LocalTable {
 // The empty text that the empty fields of a LocalTable point at.
 extern char *const kSharedEmpty;
 
+// Whether entries can be compared two to a 16-byte vector: SSE2 and
+// 8-byte pointers. Elsewhere (32-bit x86 without SSE2 included) the plain
+// loop does the work alone.
+#if defined(__SSE2__)
+constexpr bool kVectorEntries = sizeof(char *) == 8 && sizeof(long long) == 8;
+#else
+constexpr bool kVectorEntries = false;
+#endif
+
 // The first field from i to last that is not empty, or last + 1. Entries
-// that are the shared empty text are passed over four at a time where SSE2
-// is at hand; any other entry is looked at.
+// that are the shared empty text are passed over four at a time where
+// kVectorEntries holds; any other entry is looked at.
 inline int next_present(char *const *table, int i, int last) {
 #if defined(__SSE2__)
-    const __m128i empty = _mm_set1_epi64x(reinterpret_cast<long long>(kSharedEmpty));
-    for (; i + 3 <= last; i += 4) {
-        const auto *four = reinterpret_cast<const __m128i *>(table + i);
-        __m128i same = _mm_and_si128(_mm_cmpeq_epi32(_mm_loadu_si128(four), empty),
-                                     _mm_cmpeq_epi32(_mm_loadu_si128(four + 1), empty));
-        if (_mm_movemask_epi8(same) != 0xFFFF) break;
+    if constexpr (kVectorEntries) {
+        const __m128i empty = _mm_set1_epi64x(reinterpret_cast<long long>(kSharedEmpty));
+        for (; i + 3 <= last; i += 4) {
+            const auto *four = reinterpret_cast<const __m128i *>(table + i);
+            __m128i same = _mm_and_si128(_mm_cmpeq_epi32(_mm_loadu_si128(four), empty),
+                                         _mm_cmpeq_epi32(_mm_loadu_si128(four + 1), empty));
+            if (_mm_movemask_epi8(same) != 0xFFFF) break;
+        }
     }
 #endif
     for (; i <= last; ++i)
@@ -193,7 +207,7 @@ inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
     int status = 0;
     nm_ParseORN(tf, &parsed, &status);
     int length = static_cast<int>(std::strlen(tf));
-    if (!traces(kTrace19))
+    if (shortcut_allowed())
         if (char **table = unpack_local(tf, length, fieldCount, local)) return table;
     char **table = nullptr;
     cl_UnpackFullORN(tf, &table, &parsed, fieldCount, length);

@@ -22,6 +22,13 @@ enum TraceId : int { kTrace19 = 19, kTrace21 = 21, kTrace17 = 17, kTrace15 = 15 
 // Whether a function with this trace id traces now.
 inline bool traces(int id) noexcept { return id == kTrace17 || id == kTrace15 || er_SubSystemLoggingLevel > 9; }
 
+// Whether the library may take a short cut: do the work of a traced helper
+// (id 19: IllegalCharacter, cl_ConvertToSpecialChar, cl_UnpackFullORN)
+// inline instead of calling it. Only when the call would leave no trace
+// record, so that the trace file shows the same calls either way; the
+// results are the same by construction. Every fast path asks this.
+inline bool shortcut_allowed() noexcept { return !traces(kTrace19); }
+
 // Entry trace on construction, exit trace on an explicit exit(): an escape
 // leaves without the exit trace, as it must. Trivially destructible.
 class Trace {

@@ -9,6 +9,8 @@
 // entries carry.
 //
 // The table and its hashed index of local names are built at compile time.
+// Short cut: a name is found through the index; the plain behaviour it
+// stands for is a case-insensitive comparison with every name in field order.
 #include <array>
 #include <cstdint>
 #include <cstring>

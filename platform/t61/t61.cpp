@@ -1,6 +1,10 @@
 // The T.61 input transformation: typed text in a named character set becomes
 // UTF-8 in which each unescaped special character is replaced by its
 // replacement string, ready for the command-line conversion to split.
+// Short cuts: the table of special characters is kept while a caller passes
+// the same arguments again, and runs of literal bytes are copied sixteen at
+// a time with SSE2. The plain behaviour they stand for: each character,
+// read in turn, is compared with the special characters and the escape.
 #include <iconv.h>
 #if defined(__SSE2__)
 #include <emmintrin.h>
