@@ -1,5 +1,7 @@
 // The call frame every library function follows: tracing, raising escapes
-// and protected blocks with their handler kinds.
+// and protected blocks with their handler kinds. The block itself (attempt,
+// guarded_release, Code, raise) is the installed cl_escape.h, which programs
+// use too.
 //
 // An escape is a siglongjmp: it skips the frames between the raise and the
 // protected block without running anything in them. So no object with a
@@ -11,6 +13,8 @@
 #include <setjmp.h>
 
 #include <type_traits>
+
+#include "cl_escape.h"
 
 #include "er.h"
 
@@ -53,43 +57,15 @@ private:
 };
 static_assert(std::is_trivially_destructible_v<Trace>);
 
-// A (group, reason) pair.
-struct Code {
-    int group;
-    int reason;
-    bool pending() const noexcept { return er_GetLive() && er_GetGroup() == group && er_GetReason() == reason; }
-};
-
 // Where a protected block ends: named when an escape is passed on from it.
 struct Site {
     const char *file;
     int line;
 };
 
-[[noreturn]] inline void raise(int group, int reason, const char *file, int line) noexcept {
-    er_TracedEscape(group, reason, file, line);
-}
-
 // Each source defines `constexpr const char kSourceFile[] = "cl/cl_X";`.
 #define CL_RAISE(group, reason) ::cl::raise((group), (reason), kSourceFile, __LINE__)
 #define CL_HERE (::cl::Site{kSourceFile, __LINE__})
-
-// Runs body under a fresh jump environment and puts the previous one back on
-// both paths before anything else can raise. Returns true when an escape
-// arrived. Never inlined: sigsetjmp needs a frame that is live when the jump
-// lands, and body runs inside this one.
-template <class Body>
-__attribute__((noinline)) bool attempt(Body &body) noexcept {
-    sigjmp_buf env;
-    sigjmp_buf *volatile saved = er_SetCurrEnv(&env);
-    if (sigsetjmp(env, 0) == 0) {
-        body();
-        er_SetCurrEnv(saved);
-        return false;
-    }
-    er_SetCurrEnv(saved);
-    return true;
-}
 
 // Continues a still-pending escape to the enclosing block.
 inline void pass_on_if_live(Site site) noexcept {
@@ -145,17 +121,6 @@ void swallow_all_block(Site site, Body &&body, OnFail &&on_fail) {
         on_fail();
         er_Clear();
     });
-}
-
-// Releases a resource inside a handler without losing the escape being
-// handled: a failing release is caught and forgotten, the first escape
-// stays pending.
-template <class Release>
-void guarded_release(Release &&release) {
-    er_Status status;
-    er_RecordStatus(&status);
-    attempt(release);  // its handler does nothing
-    er_RestoreStatus(&status);
 }
 
 // Handler kind "guarded clean-up": accept, release what is held under the

@@ -22,6 +22,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "mes.h"
@@ -46,13 +47,9 @@ void need(const Args &a, bool ok) {
 // Frees the configuration lock if this process holds it, without losing the
 // escape being handled.
 void release_lock_keeping_escape() {
-    er_Status status;
-    er_RecordStatus(&status);
-    auto release = [] {
+    guarded_release([] {
         if (cl_TestConfigLock()) cl_FreeConfigLock();
-    };
-    attempt(release);
-    er_RestoreStatus(&status);
+    });
 }
 
 namespace {
@@ -160,10 +157,14 @@ constexpr std::array<Program, 9> kPrograms = {{
      "~/sys/install holds a marker file ending in .inst.\n"},
 }};
 
+// Writes a usage text of the catalogue with each "%s" in it replaced by the
+// program's name. The text is never a printf format: a translated text with
+// another '%' in it is written as it stands.
 void print_usage(std::FILE *out, Code usage, const char *prog) {
-    const char *format = mes_GetAnyErMsg(usage.group, usage.reason, nullptr, 0);
-    // A usage text's only conversions are %s, each the program name.
-    std::fprintf(out, format, prog, prog, prog);
+    std::string_view text = mes_GetAnyErMsg(usage.group, usage.reason, nullptr, 0);
+    for (std::size_t at; (at = text.find("%s")) != std::string_view::npos; text.remove_prefix(at + 2))
+        std::fprintf(out, "%.*s%s", static_cast<int>(at), text.data(), prog);
+    std::fprintf(out, "%.*s", static_cast<int>(text.size()), text.data());
 }
 
 void print_version(const char *prog) { std::printf("%s (cl) %s\n", prog, QX_VERSION); }

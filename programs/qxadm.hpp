@@ -15,7 +15,6 @@
 #ifndef QXADM_HPP
 #define QXADM_HPP
 
-#include <setjmp.h>
 #include <sys/types.h>
 
 #include <array>
@@ -24,22 +23,23 @@
 
 #include "ccs.h"
 #include "cl.h"
+#include "cl_escape.h"
 #include "er.h"
 #include "ext.h"
 #include "orn.h"
 
 namespace qxadm {
 
-struct Code {
-    int group;
-    int reason;
-};
+// Protected blocks and the programs' own escapes: the library's installed
+// cl_escape.h.
+using cl::attempt;
+using cl::Code;
+using cl::fails;
+using cl::guarded_release;
+using cl::raise;
 
 // Each source defines `constexpr const char kSourceFile[] = "programs/x";`.
-[[noreturn]] inline void raise(Code code, const char *file, int line) {
-    er_TracedEscape(code.group, code.reason, file, line);
-}
-#define QX_RAISE(code) ::qxadm::raise((code), kSourceFile, __LINE__)
+#define QX_RAISE(code) ::cl::raise((code), kSourceFile, __LINE__)
 
 // Codes of the catalogue that the programs raise or report themselves.
 constexpr Code kNameTooLong{100, 9801};      // a typed argument over kTextMax
@@ -108,30 +108,6 @@ constexpr const char kConfigName[] = "~/sys/config";
 constexpr const char kSysdataName[] = "~/sys/sysdata";
 constexpr const char kDefMNodeName[] = "~/sys/defmnode";
 constexpr std::size_t kPrimaryNodeSize = 4 + 4 * (kUnitLen + 1) + 1;  // cl_ReadPMN: separators, units, NUL
-
-// Protected block: runs body under a fresh jump environment; true when an
-// escape arrived (it is still pending). Never inlined: sigsetjmp needs a
-// frame that is live when the jump lands.
-template <class Body>
-__attribute__((noinline)) bool attempt(Body &body) {
-    sigjmp_buf env;
-    sigjmp_buf *volatile previous = er_SetCurrEnv(&env);
-    if (sigsetjmp(env, 0) == 0) {
-        body();
-        er_SetCurrEnv(previous);
-        return false;
-    }
-    er_SetCurrEnv(previous);
-    return true;
-}
-
-// Runs body; an escape from it is cleared and reported as true.
-template <class Body>
-bool fails(Body &&body) {
-    if (!attempt(body)) return false;
-    er_Clear();
-    return true;
-}
 
 // Frees the configuration lock if this process holds it, without losing the
 // escape being handled.

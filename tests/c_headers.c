@@ -2,6 +2,7 @@
  * which the jump buffers of er.h need). */
 #define _POSIX_C_SOURCE 200809L
 #include "cl.h"
+#include "cl_escape.h"
 #include "ccs.h"
 #include "cust.h"
 #include "cvc.h"
@@ -31,5 +32,12 @@ int cl_c_headers_compile(void) {
     (void)parsed;
     (void)cs;
     (void)s;
-    return table[0].proc == 0;
+    cl_Block block;
+    volatile int escaped = 0;
+    CL_TRY(block) {
+        cl_FreeArray(0);
+    } CL_CATCH(block) {
+        escaped = 1;
+    } CL_END_TRY(block);
+    return table[0].proc == 0 && !escaped;
 }

@@ -26,7 +26,7 @@ done
 ls "$prefix/$libdir"/libqx_er.so.1 >/dev/null || fail "platform libraries not installed"
 
 # Headers.
-[ -f "$prefix/include/cl.h" ] || fail "include/cl.h"
+for h in cl cl_escape; do [ -f "$prefix/include/$h.h" ] || fail "include/$h.h"; done
 for h in er nm ccs; do [ -f "$prefix/include/qx/$h.h" ] || fail "include/qx/$h.h"; done
 
 # Programs, their links, the man page under every name.
