@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_FmtFullName";
 
-using namespace fmt::field;
 
 // Bound: 4079 characters each (fmt::kFullSize); longer texts are cut.
 fmt::Text g_result{fmt::kFullSize};
@@ -32,7 +31,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     char **table = fmt::unpack(tf, kFieldCount, local);
 
     work.append(cl_FrmtGroup1PP(table, mailNodeOnly));
-    work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? kCommonName + 1 : kCommonName, kLastGroup2, 0));
+    work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2, 0));
     result.append(work.data(), cs);
 
     if (withExtended && cs) {
@@ -43,12 +42,12 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
         } else {
             append_converted(result, table, cs, 64, 127);
         }
-        result.append(cl_FrmtGroup345PP(table, cs, kDisplayName, kDisplayName, 1), cs);
+        result.append(cl_FrmtGroup345PP(table, cs, ORN_DISPLAY_NAME, ORN_DISPLAY_NAME, 1), cs);
         // Field 128 is written above, converted; only 129 is left for the plain entries.
-        result.join(cl_FrmtGroup2PP(table, kAlternateName, kAlternateName, 0), cs);
-        if (*table[kCV]) result.join(fmt::special_entry(g_special, "410", table[kCV]), cs);
+        result.join(cl_FrmtGroup2PP(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME, 0), cs);
+        if (*table[ORN_CV]) result.join(fmt::special_entry(g_special, "410", table[ORN_CV]), cs);
     }
-    if (withIA) append_converted(result, table, cs, kIA, kIA);
+    if (withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);
 
     fmt::release(table, local);
     return result.data();

@@ -11,7 +11,6 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_FmtGroup2";
 
-using namespace fmt::field;
 
 constexpr char kPostalSeparator = '\x18';
 constexpr int kListTooLong = 4670;  // catalogue: attribute-list form over 4096 characters
@@ -22,7 +21,7 @@ fmt::Text g_entries{fmt::kGroup2Size};
 fstr_String g_postal{};
 
 bool ascii_encoded(int field) {
-    return field == kPSAP || (field >= ORN_COUNTERPART && field <= ORN_LAST_TEXT) || field > kIA;
+    return field == ORN_PSAP || (field >= ORN_COUNTERPART && field <= ORN_LAST_TEXT) || field > ORN_IA;
 }
 
 const char *postal_address(const char *value) {
@@ -39,9 +38,9 @@ void append_value(fmt::Text &out, int field, const char *value, bool asciiEncode
         return;
     }
     const char *escaped = da_EscapeKeyCharsAscii(value, fmt::kKeyChars, &status);
-    if (field == kPostalAddress)
+    if (field == ORN_POSTAL_ADDRESS)
         out.append(postal_address(escaped));
-    else if (field == kCommonName && std::strcmp(value, "*") == 0)
+    else if (field == ORN_COMMON_NAME && std::strcmp(value, "*") == 0)
         out.append(value);
     else
         out.append(escaped);
@@ -66,7 +65,7 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
         const char *value = table[i];
         if (written) out.append('/');
         written = true;
-        if (!asciiEncode && i == kPSAP) {
+        if (!asciiEncode && i == ORN_PSAP) {
             append_psap(out, value);
             continue;
         }

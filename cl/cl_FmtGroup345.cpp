@@ -14,7 +14,6 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_FmtGroup345";
 
-using namespace fmt::field;
 
 constexpr const char kStored[] = "UTF8";
 constexpr const char kFallback[] = "IA5";
@@ -56,7 +55,7 @@ char *converted_entries(char **table, ccs_Descriptor *charset, int first, int la
         if (needSeparator) out.append("/", charset);
         out.append(fmt::display_name(i), charset);
         out.append("=", charset);
-        out.append(i == kIA ? value : shown_value(value, internal, mapped), charset);
+        out.append(i == ORN_IA ? value : shown_value(value, internal, mapped), charset);
         needSeparator = true;
     }
     return out.data();

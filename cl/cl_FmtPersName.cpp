@@ -10,7 +10,6 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_FmtPersName";
 
-using namespace fmt::field;
 
 // Bound: 4079 characters each (fmt::kFullSize); longer texts are cut.
 fmt::Text g_personal{fmt::kFullSize};
@@ -22,10 +21,10 @@ char *personal_name(const char *tf, ccs_Descriptor *cs, bool withIA) {
     fmt::LocalTable local;
     char **table = fmt::unpack(tf, kFieldCount, local);
     out.append(cl_FrmtGroup1PNPP(table));
-    out.join(cl_FrmtGroup2PP(table, kCommonName, kCommonName, 0));
+    out.join(cl_FrmtGroup2PP(table, ORN_COMMON_NAME, ORN_COMMON_NAME, 0));
     out.append(cl_FrmtGroup345PP(table, cs, 64, 67, 1), cs);
     out.append(cl_FrmtGroup345PP(table, cs, 96, 96, 1), cs);
-    if (withIA) out.append(cl_FrmtGroup345PP(table, cs, kIA, kIA, !out.empty()), cs);
+    if (withIA) out.append(cl_FrmtGroup345PP(table, cs, ORN_IA, ORN_IA, !out.empty()), cs);
     fmt::release(table, local);
     return out.data();
 }

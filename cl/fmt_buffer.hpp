@@ -130,17 +130,6 @@ constexpr int kGroup2Size = 4097;    // attribute entries
 constexpr int kGroup345Size = 8194;  // converted attribute entries
 constexpr int kFullSize = 4080;      // full-name and personal-name texts
 
-// Field numbers the formatters address (orn.h).
-namespace field {
-constexpr int kCommonName = ORN_COMMON_NAME;  // the group 2 field of the personal-name text
-constexpr int kPSAP = ORN_PSAP;
-constexpr int kPostalAddress = ORN_POSTAL_ADDRESS;
-constexpr int kLastGroup2 = ORN_LAST_GROUP2;
-constexpr int kDisplayName = ORN_DISPLAY_NAME;
-constexpr int kAlternateName = ORN_ALTERNATE_NAME;
-constexpr int kIA = ORN_IA;
-constexpr int kCV = ORN_CV;
-}  // namespace field
 constexpr const char kKeyChars[] = "/=*[]%";
 
 // Copies s into work (size bytes), cut like Text::append.
