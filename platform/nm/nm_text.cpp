@@ -64,6 +64,7 @@ void each_field_end(const char *orn, std::size_t n, At &&at) {
             if (at(base + static_cast<std::size_t>(__builtin_ctz(mask)))) return;
     }
 #else
+    static_cast<void>(n);  // the byte walk stops at the terminator itself
     for (std::size_t pos = 0;; ++pos)
         if (kFieldEnd[static_cast<unsigned char>(orn[pos])] && at(pos)) return;
 #endif

@@ -26,17 +26,20 @@ TempHome::~TempHome() {
     unsetenv("QX_HOME");
 }
 
-void TempHome::write(const std::string &relative, const std::string &bytes) const {
-    std::ofstream out(file(relative), std::ios::binary | std::ios::trunc);
+void write_file(const std::string &path, const std::string &bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-std::string TempHome::read(const std::string &relative) const {
-    std::ifstream in(file(relative), std::ios::binary);
+std::string read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
 }
+
+void TempHome::write(const std::string &relative, const std::string &bytes) const { write_file(file(relative), bytes); }
+std::string TempHome::read(const std::string &relative) const { return read_file(file(relative)); }
 
 namespace {
 std::vector<TraceRecord> g_traces;

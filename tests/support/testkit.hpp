@@ -43,6 +43,10 @@ __attribute__((noinline)) Outcome run(F &&f) {
     return outcome;
 }
 
+// A file's bytes, written whole or read whole (empty when it cannot be read).
+void write_file(const std::string &path, const std::string &bytes);
+std::string read_file(const std::string &path);
+
 // A fresh server home (QX_HOME) with a sys/ directory, removed afterwards.
 class TempHome {
 public:
