@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "frame.hpp"
 #include "testkit.hpp"
@@ -127,7 +128,8 @@ TEST(Parse, FieldsOrReason) {
         {Full, "Smith//o/GB/A/P/123/term/456/", "Smith||||||||o|GB|A|P|123|term|456||", 1},
         {Full, "Smith" + std::string(4090, ' '), "Smith|||||||", 0}, {Full, kNode + "/o", "Smith||||Sales||||o|", 1},
         {FullMarker, "Smith/Sales/o/GB\x1F/\x1F", "Smith||||Sales||||o|GB\\x1F|\\x1F|", 1},
-        // full names refused: a bad standard value gives its field's reason
+        // full names refused: a bad standard value gives its field's reason; an empty eighth value
+        // would shift the extensions
         {Full, "Smith" + std::string(4091, ' '), "", 9801}, {Full, " " + kNode + "/o", "", 9801},
         {Full, "Smith, John/Sales/o", "", 8011}, {Full, "Smith//" + o64 + "o", "", 9811}, {Full, "Smith//o#", "", 9811},
         {Full, "Smith/S/o/G", "", 9812}, {Full, "Smith/S/o/12", "", 9812},
@@ -135,8 +137,7 @@ TEST(Parse, FieldsOrReason) {
         {Full, "Smith/S/o/GB/A/" + std::string(17, 'p'), "", 9813}, {Full, "Smith/S/o/GB/A/P/12a", "", 9817},
         {Full, "Smith/S/o/GB/A/P/1/" + std::string(25, 't'), "", 9814},
         {Full, "Smith/S/o/GB/A/P/1/t/" + std::string(33, '2'), "", 9818},
-        {Full, "Smith/S/o/GB/A/P/1/t/2/extra", "", 9815},
-        {Full, "Smith/S/o/GB/A/P/1/t/2/(x)", "", 9815},  // an empty eighth value would shift the extensions
+        {Full, "Smith/S/o/GB/A/P/1/t/2/extra", "", 9815}, {Full, "Smith/S/o/GB/A/P/1/t/2/(x)", "", 9815},
         {Full, "Smith/(a|b|c)", "", 9832, 1}, {Full, "Smith/(x)(a|b|c)", "", 9832, 2},
         {Full, "Smith/(abcdefghi|x)", "", 9833, 1}, {Full, "Smith/(a)(b)(c)(x", "", 9834, 4},
         {Full, "Smith/(ref|x", "", 9834, 1}, {Full, "Smith/(" + v128 + "v)", "", 9835, 1},
@@ -176,10 +177,7 @@ TEST(Parse, FieldsOrReason) {
 }
 
 TEST(Parse, TextIsCompactedAndMappedInPlace) {
-    struct Case {
-        Parser parser;
-        const char *typed, *after;
-    } cases[] = {
+    const std::tuple<Parser, const char *, const char *> cases[] = {
         {Name, "Mary_Ann  Smith ", "Mary Ann Smith"}, {Name, "  J. R.  Smith ", "J.R.Smith"},
         {Node, "Smith / Sales , Dev", "Smith/Sales,Dev"}, {Name, "John Smith .", "John Smith."},
         // a refused name keeps what the pre-pass and the replacements did so far
@@ -188,7 +186,7 @@ TEST(Parse, TextIsCompactedAndMappedInPlace) {
         {Full, "John  Smith / Sales_Dept", "John Smith/Sales Dept"},
         {Full, "John  Smith / Sales_Dept/o", "John  Smith / Sales_Dept/o"},
     };
-    for (const auto &c : cases) EXPECT_EQ(parse(c.parser, c.typed).text, c.after) << c.typed;
+    for (const auto &[parser, typed, after] : cases) EXPECT_EQ(parse(parser, typed).text, after) << typed;
 }
 
 // The reason given in place of a bad standard value's comes from the parser.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cust.h"
@@ -23,13 +24,10 @@ std::string name(const std::map<int, std::string> &fields) {
     return tf;
 }
 
-struct Checked {
-    int result, reason;
-};
-Checked check(const std::string &orn, unsigned kind) {
-    Checked c{};
-    c.result = cl_ValidateORNFieldsNoEscape(orn.c_str(), kind, &c.reason);
-    return c;
+// The result and the reason of the check that does not escape.
+std::pair<int, int> check(const std::string &orn, unsigned kind) {
+    int reason = -1;
+    return {cl_ValidateORNFieldsNoEscape(orn.c_str(), kind, &reason), reason};
 }
 
 // Only which fields are present counts: each row's fields hold "x".
@@ -60,12 +58,12 @@ TEST(Validate, ReasonsByKind) {
         std::map<int, std::string> fields;
         for (int f : c.fields) fields[f] = "x";
         const std::string orn = name(fields);
-        const Checked got = check(orn, c.kind);
-        EXPECT_EQ(got.reason, c.reason) << testkit::show(orn) << " kind " << c.kind;
-        EXPECT_EQ(got.result, c.result) << testkit::show(orn) << " kind " << c.kind;
-        int result = -1;  // the escaping form raises exactly that reason, or returns the result
-        auto outcome = testkit::run([&] { result = cl_ValidateORNFields(orn.c_str(), c.kind); });
-        EXPECT_EQ(outcome.escaped ? outcome.reason : result, c.reason ? c.reason : c.result) << testkit::show(orn);
+        const auto [result, reason] = check(orn, c.kind);
+        EXPECT_EQ(reason, c.reason) << testkit::show(orn) << " kind " << c.kind;
+        EXPECT_EQ(result, c.result) << testkit::show(orn) << " kind " << c.kind;
+        int returned = -1;  // the escaping form raises exactly that reason, or returns the result
+        auto outcome = testkit::run([&] { returned = cl_ValidateORNFields(orn.c_str(), c.kind); });
+        EXPECT_EQ(outcome.escaped ? outcome.reason : returned, c.reason ? c.reason : c.result) << testkit::show(orn);
     }
 }
 
@@ -76,8 +74,8 @@ int run_scenario(const std::string &which) {
     // Every kind refuses (8013, result 0), or none does.
     auto all_kinds = [](const std::string &orn, bool refused) {
         for (unsigned kind = 0; kind <= 6; ++kind) {
-            const Checked c = check(orn, kind);
-            if ((c.reason == 8013) != refused || (refused && c.result != 0)) return 1;
+            const auto [result, reason] = check(orn, kind);
+            if ((reason == 8013) != refused || (refused && result != 0)) return 1;
         }
         return 0;
     };
@@ -86,12 +84,12 @@ int run_scenario(const std::string &which) {
     if (which == "long")  // judged by the real last byte, not a bounded copy
         return all_kinds(name({{0, std::string(900, 'a') + " "}}), true) * 2 +
                all_kinds(name({{0, std::string(833, 'a') + " " + std::string(66, 'b')}}), false);
-    const int first = check(john, 2).reason;  // "read-once": a later change is not seen
+    const int first = check(john, 2).second;  // "read-once": a later change is not seen
     if (std::getenv("CL_ALLOW_TRAILING_SPACE"))
         unsetenv("CL_ALLOW_TRAILING_SPACE");
     else
         setenv("CL_ALLOW_TRAILING_SPACE", "off", 1);
-    return first == check(john, 2).reason ? 0 : 1;
+    return first == check(john, 2).second ? 0 : 1;
 }
 
 const int kScenarioLoaded = [] {
