@@ -51,7 +51,7 @@ Conv conv(const std::string &typed, int flags = 0) {
     static ccs_Descriptor cs;
     cs = charset(flags & kLatin1 ? "ISO8859-1" : "UTF8");
     std::memcpy(text, typed.c_str(), typed.size() + 1);
-    std::memset(out, '\xAA', sizeof out);
+    std::memset(out, '\xAA', sizeof out - 1);  // the last byte stays NUL
     f = flags, marker = flags & kMarker, node = flags & kMailNode ? 1 : 0;
     returned = out;
     array = nullptr;
@@ -170,7 +170,7 @@ Conv read_list(Forms form, const std::string &list) {
     static char text[4096], out[65536];
     static Forms f;
     std::memcpy(text, list.c_str(), list.size() + 1);
-    std::memset(out, '\xAA', sizeof out);
+    std::memset(out, '\xAA', sizeof out - 1);  // the last byte stays NUL
     f = form;
     auto outcome = testkit::run([] { f == kAscii ? cl_AsciiEncodedToTF(text, out) : cl_NativeToTF(text, out); });
     return {outcome, outcome.escaped ? "" : show(out), text};
