@@ -10,6 +10,8 @@
 #include <string>
 
 #include "ccs.h"
+#include "da.h"
+#include "nm.h"
 #include "os.h"
 #include "testkit.hpp"
 
@@ -73,6 +75,23 @@ Conv conv(const std::string &typed, int flags = 0) {
         cl_FreeArray(array);
     }
     return r;
+}
+
+// Each field with a rule refuses a value that breaks it with the field's
+// own reason, 4800 + the field: one character too many, or a control
+// character where the field takes any length.
+TEST(ConvCltoORN, EveryFieldRuleRefusesWithItsOwnReason) {
+    int ruled = 0;
+    for (int field = 0; field < ORN_FIELDS; ++field) {
+        int max = 0;
+        const int cls = nm_FieldRule(field, &max);
+        if (cls == NM_CLASS_NONE) continue;
+        ++ruled;
+        const std::string value = max > 0 ? std::string(max + 1, cls == NM_CLASS_DIGITS ? '1' : 'A') : "A\x01";
+        const Conv r = conv(std::string(da_AttribNumberToLocName(da_nmFieldNum2DANum(field))) + "=" + value);
+        EXPECT_TRUE(r.outcome.is(100, 4800 + field)) << field << ": " << r.outcome.group << "/" << r.outcome.reason;
+    }
+    EXPECT_EQ(ruled, 87);  // fields 0 to 22 and their counterparts 64 to 127
 }
 
 TEST(ConvCltoORN, FieldsOrReason) {
