@@ -13,7 +13,10 @@
 #include "ccs.h"
 #include "cvc.h"
 #include "da.h"
+#include "dr.h"
 #include "enc.h"
+#include "ext.h"
+#include "gen.h"
 #include "go.h"
 #include "mes.h"
 #include "nm.h"
@@ -296,6 +299,17 @@ TEST(T61, KeptTablesFollowTheTextsBehindThePointers) {
     EXPECT_EQ(transform("0xW", "UTF8", "0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVW", 1, -1, manyReps.data()), "_x\\x1E");
     const char *longReps[] = {"a-replacement-longer-than-eight", "\xC3\xA9", ""};
     EXPECT_EQ(transform("x/y=z*", "UTF8", "/=*", 1, -1, longReps), "xa-replacement-longer-than-eighty\xC3\xA9z");
+}
+
+// ---- Refusals of the stand-ins' own contracts ----------------------------------
+
+TEST(StandIns, RefuseWhatTheirContractsExclude) {
+    char buf[QX_PATH_MAX];
+    const std::string long_name = "~/" + std::string(QX_PATH_MAX, 'x');
+    EXPECT_TRUE(testkit::run([] { dr_ValidateEntry("", 0, 0, 0, 1); }).is(100, 4650));
+    EXPECT_TRUE(testkit::run([] { gen_GetLock(8, 6); }).is(100, 1811));  // locks 0 to 7
+    EXPECT_TRUE(testkit::run([] { gen_FreeLock(-1); }).is(100, 1811));
+    EXPECT_TRUE(testkit::run([&] { ext_GetActualFName(long_name.c_str(), buf); }).is(100, 1901));
 }
 
 // ---- Character sets, conversion, strings ---------------------------------------
