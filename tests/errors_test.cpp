@@ -1,0 +1,191 @@
+// Escapes and protected blocks, the error library's outputs (trace file,
+// event log, log information), and the display of a pending escape with
+// the program's exit status.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "frame.hpp"
+#include "testkit.hpp"
+
+namespace {
+
+constexpr const char kSourceFile[] = "tests/errors_test";
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+using testkit::run;
+
+// The trace file is chosen at the first record of a process (an escape
+// makes one): exercised in a child, by the first test.
+TEST(TraceFile, RecordsEntryExitAndEscapeInOrder) {
+    testkit::TempHome home;
+    const std::string path = home.file("trace");
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setenv("QX_TRACE_FILE", path.c_str(), 1);
+        er_RealLogProc(17, "cl_Example", 1);
+        er_RealLogProc(17, "cl_Example", 0);
+        run([] { er_TracedEscape(100, 2601, "cl/cl_GetCfg", 12); });
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(home.read("trace"), "ENTER 17 cl_Example\nEXIT 17 cl_Example\nESCAPE 100/2601 at cl/cl_GetCfg:12\n");
+}
+
+// What the handlers and releases of a block ran, in order.
+char g_ran[8];
+void ran(char c) { g_ran[std::strlen(g_ran)] = c; }
+void raise_7() { CL_RAISE(100, 7); }
+
+TEST(ProtectedBlock, EachHandlerKind) {
+    using cl::Code;
+    const struct {
+        void (*block)();
+        int group, reason;  // what reaches the enclosing block (0: nothing)
+        const char *ran;
+    } rows[] = {
+        {[] { cl::protect(CL_HERE, [] {}, [] { ran('h'); }); }, 0, 0, ""},
+        {[] { cl::translate_block(CL_HERE, [] { CL_RAISE(100, 1813); }, Code{100, 1813}, Code{100, 2601}); }, 100, 2601, ""},
+        {[] { cl::translate_block(CL_HERE, [] { CL_RAISE(100, 9); }, Code{100, 1813}, Code{100, 2601}); }, 100, 9, ""},
+        {[] { cl::swallow_one_block(CL_HERE, [] { CL_RAISE(100, 4637); }, [] { ran('u'); }, Code{100, 4637}); }, 0, 0, "u"},
+        {[] { cl::swallow_one_block(CL_HERE, [] { CL_RAISE(100, 2601); }, [] { ran('u'); }, Code{100, 4637}); }, 100, 2601, "u"},
+        {[] { cl::swallow_all_block(CL_HERE, [] { CL_RAISE(3, 6015); }, [] { ran('f'); }); }, 0, 0, "f"},
+        {[] { cl::pass_on_block(CL_HERE, [] { CL_RAISE(100, 4635); }, [] { ran('r'); }); }, 100, 4635, "r"},
+        // A release that fails is forgotten: the first escape goes on.
+        {[] { cl::guarded_cleanup_block(CL_HERE, [] { CL_RAISE(3, 6015); }, [] { return true; }, [] { ran('r'), CL_RAISE(1, 9); }); },
+         3, 6015, "r"},
+        // Nothing held: the escape is accepted (3) and nothing released.
+        {[] { cl::guarded_cleanup_block(CL_HERE, [] { CL_RAISE(3, 6015); }, [] { return ran('0' + er_GetAccepted()), false; }, [] { ran('r'); }); },
+         3, 6015, "3"},
+        {[] { cl::pass_on_block(CL_HERE, [] { cl::pass_on_block(CL_HERE, raise_7, [] { ran('1'); }); }, [] { ran('2'); }); }, 100, 7, "12"},
+    };
+    for (const auto &row : rows) {
+        std::memset(g_ran, 0, sizeof g_ran);
+        sigjmp_buf *const before = er_GetCurrEnv();
+        const testkit::Outcome out = run(row.block);
+        EXPECT_EQ(out.escaped ? out.group * 10000 + out.reason : 0, row.group * 10000 + row.reason) << row.ran;
+        EXPECT_FALSE(out.pending_after);
+        EXPECT_STREQ(g_ran, row.ran);
+        EXPECT_EQ(er_GetCurrEnv(), before);
+    }
+}
+
+TEST(Escape, WithNoProtectedBlockPrintsAndExitsWithTheDocumentedStatus) {
+    EXPECT_EXIT(er_TracedEscape(100, 8013, "cl/cl_parse", 42), testing::ExitedWithCode(ER_UNHANDLED_STATUS),
+                "unhandled error 100/8013 raised at cl/cl_parse:42");
+    EXPECT_EXIT(cl::pass_on_block(CL_HERE, raise_7, [] {}), testing::ExitedWithCode(ER_UNHANDLED_STATUS),
+                "unhandled error 100/7 raised at tests/errors_test:");
+}
+
+TEST(EventLog, OneLinePerMessageWithControlBytesAndBackslashesWrittenInHex) {
+    testkit::TempHome home;
+    testkit::LogCapture capture;
+    er_LogMsg(7, 100, 4630, "prog -a x\\y", 0);
+    er_LogT61Msg(5, 102, 1, "two\nlines\x7F", 0);
+    // Each line starts with a time stamp like 2026-11-22T10:00:00Z.
+    const std::string log = home.read("log/events");
+    const std::size_t second = log.find('\n') + 1;
+    EXPECT_EQ(log[19], 'Z');
+    EXPECT_EQ(log.substr(20, second - 20), " L7 100/4630 prog -a x\\x5Cy\n");
+    EXPECT_EQ(log.substr(second + 20), " L5 102/1 T61 two\\x0Alines\\x7F\n");
+    ASSERT_EQ(capture.records().size(), 2u);
+    EXPECT_EQ(capture.records()[0].t61, 0);
+    EXPECT_EQ(capture.records()[1].text, "two\nlines\x7F");
+    EXPECT_EQ(capture.records()[1].t61, 1);
+
+    setenv("QX_HOME", "/proc/no-such-home", 1);  // an unwritable log is skipped; the hook sees the message
+    er_LogMsg(7, 100, 4630, "still seen", 0);
+    EXPECT_EQ(capture.records().back().text, "still seen");
+}
+
+TEST(ErrorLibrary, LogInformationAndCharacterSetName) {
+    char buf[200];
+    const std::string longer(500, 'x');
+    er_SetLogInfo(1, longer.c_str());
+    er_GetLogInfo(1, buf, 0);
+    EXPECT_EQ(std::string(buf), std::string(199, 'x'));
+    er_TidyUp();
+    er_GetLogInfo(1, buf, 0);
+    EXPECT_STREQ(buf, "");
+
+    EXPECT_STREQ(er_GetCSStr(), "UTF8");
+    er_SetCSStr("ISO8859-1");
+    EXPECT_STREQ(er_GetCSStr(), "ISO8859-1");
+    er_SetCSStr(nullptr);
+    EXPECT_STREQ(er_GetCSStr(), "UTF8");
+}
+
+std::string sorted(int group, int reason, int *status) {
+    er_Status pending{1, group, reason, 1, 0, kSourceFile};
+    er_RestoreStatus(&pending);
+    CaptureStderr();
+    *status = cl_SortAllErrors("prog");
+    EXPECT_EQ(er_GetLive(), 0);
+    return GetCapturedStderr();
+}
+
+TEST(SortAllErrors, ShowsEveryCodeAsErrorOrUsageWithItsStatus) {
+    const struct {
+        int group, reason;
+        bool usage;
+        int status;
+    } rows[] = {
+        {100, 4620, 0, 3},   {100, 4621, 0, 100}, {100, 4640, 0, 100}, {100, 4681, 1, 2},   {100, 4704, 0, 2},
+        {100, 4705, 0, 2},   {100, 4709, 1, 2},   {100, 4722, 1, 2},   {100, 4728, 1, 2},   {100, 4738, 1, 2},
+        {100, 4751, 1, 2},   {100, 4752, 1, 2},   {100, 6031, 0, 1},   {100, 8001, 0, 3},   {100, 4623, 0, 103},
+        {100, 2601, 0, 103}, {100, 1, 0, 103},    {102, 1600, 1, 2},   {102, 1609, 1, 2},   {102, 1603, 0, 100},
+        {102, 1605, 0, 100}, {102, 1606, 0, 100}, {102, 1611, 0, 100}, {102, 1612, 0, 100}, {102, 1613, 0, 100},
+        {102, 1615, 0, 105}, {102, 1420, 0, 103}, {3, 5801, 0, 3},     {3, 5803, 0, 106},   {3, 5804, 0, 107},
+        {3, 6015, 0, 103},   {3, 5802, 0, 103},
+    };
+    for (const auto &row : rows) {
+        const std::string code = std::to_string(row.group) + "-" + std::to_string(row.reason);
+        int status = 0;
+        const std::string shown = sorted(row.group, row.reason, &status);
+        EXPECT_EQ(status, row.status) << code;
+        EXPECT_EQ(shown.rfind(row.usage ? "usage: prog" : "prog : E" + code + " ", 0), 0u) << code << ": " << shown;
+    }
+    int status = 0;
+    EXPECT_EQ(sorted(100, 8001, &status), "prog : E100-8001 The configuration stayed locked by another program; try again later.\n\n");
+    // Other groups: no prefix, status 100; a system error names its file.
+    er_SetLogInfo(1, "/srv/home/sys/config");
+    EXPECT_EQ(sorted(1, EACCES, &status), "prog : Permission denied.\n\n  File: /srv/home/sys/config\n");
+    EXPECT_EQ(status, 100);
+    er_SetLogInfo(1, "/not/shown");
+    for (int group : {5, 0, 101}) {
+        EXPECT_EQ(sorted(group, 7, &status), "prog : Error " + std::to_string(group) + "/7 (no text in the catalogue).\n\n");
+        EXPECT_EQ(status, 100) << group;
+    }
+    EXPECT_EQ(sorted(1, EACCES, &status), "prog : Permission denied.\n\n") << "the information went with the last escape";
+}
+
+TEST(DisplayErrorAndUsage, ExactLayout) {
+    const struct {
+        void (*show)();
+        const char *text;
+    } rows[] = {
+        {[] { cl_DisplayError(100, 4624, "prog", nullptr); }, "prog : E100-4624 The configuration file is too short.\n\n"},
+        {[] { cl_DisplayError(100, 4624, "prog", ""); }, "prog : E100-4624 The configuration file is too short.\n\n"},
+        {[] { cl_DisplayError(100, 4624, "prog", "x"); }, "prog : E100-4624 The configuration file is too short.\n  x\n"},
+        // A text ending in one newline gets one more; its "%s" stays.
+        {[] { cl_DisplayError(100, 4709, "p", nullptr); }, "p : E100-4709 usage: %s 'Given Surname/Unit,Unit'\n\n"},
+        {[] { cl_DisplayError(100, 4709, "p", "x"); }, "p : E100-4709 usage: %s 'Given Surname/Unit,Unit'\n\n  x\n"},
+        {[] { cl_DisplayUsage(100, 4709, "50%s"); }, "usage: 50%s 'Given Surname/Unit,Unit'\n"},
+        {[] { cl_DisplayUsage(100, 4681, "qx"); },
+         "usage: qx NAME [ARGUMENT...]\n  qx runs the administrative program NAME as its link would;\n  qx --help lists the names.\n"},
+        {[] { cl_DisplayUsage(100, 2101, "%d"); }, "  File: %d\n"},
+    };
+    for (const auto &row : rows) {
+        CaptureStderr();
+        row.show();
+        EXPECT_EQ(GetCapturedStderr(), row.text);
+    }
+}
+
+}  // namespace
