@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <cstring>
-#include <string>
 
 #include "testkit.hpp"
 
@@ -29,17 +28,13 @@ constexpr const char kBeyond[] = "\x17\x17\x17\x17\x17\x1Dx";  // a field past 1
 void validate(const char *orn, unsigned kind) { cl_ValidateORNFieldsNoEscape(orn, kind, &g_reason); }
 void sort_8001() {
     er_Status pending{1, 100, 8001, 1, 0, "tests/trace_test"};
-    er_RestoreStatus(&pending);
-    cl_SortAllErrors("prog");
+    er_RestoreStatus(&pending), cl_SortAllErrors("prog");
 }
 
-struct Row {
-    const char *name;
-    Call call;
-    const char *at9, *at10;  // its records: "17+" an entry, "17-" an exit
-    Call fail;               // run in the broken home, above level 9
-    const char *failed;
-};
+// A call and its records at levels 9 and 10 ("17+" an entry, "17-" an
+// exit); a failing call, run in the broken home above level 9, and its
+// records.
+struct Row { const char *name; Call call; const char *at9, *at10; Call fail; const char *failed; };
 
 // Calls that take the lock free it again. The start count rows read 0,
 // which is never cached, and come before the one that counts.
