@@ -1,6 +1,6 @@
-// Escapes and protected blocks, the error library's outputs (event log,
-// log information), and the display of a pending escape with
-// the program's exit status.
+// Escapes and protected blocks, the error library's event log and character
+// set name, and the display of a pending escape with the program's exit
+// status.
 #include <gtest/gtest.h>
 
 #include <cerrno>

@@ -6,11 +6,10 @@
 
 #include <cstring>
 
+#include "os.h"
 #include "testkit.hpp"
 
 namespace {
-
-using Call = void (*)();
 
 char g_text[8192], g_out[8192], g_prog[] = "prog", g_arg[] = "-a";
 char *g_argv[] = {g_prog, g_arg, nullptr}, **g_table, **g_array;
@@ -29,7 +28,7 @@ const er_Status kPending{1, 100, 8001, 1, 0, "tests/trace_test"};  // an escape 
 // A call and its records at levels 9 and 10 ("17+" an entry, "17-" an
 // exit); a failing call, run in the broken home above level 9, with its
 // records and the escape it raised (none where a checker refuses).
-struct Row { const char *name; Call call; const char *at9, *at10; Call fail; const char *failed; };
+struct Row { const char *name; void (*call)(); const char *at9, *at10; void (*fail)(); const char *failed; };
 
 // Calls that take the lock free it again. The start count rows read 0,
 // which is never cached, and come before the one that counts.
@@ -83,7 +82,7 @@ const Row kRows[] = {
     {"cl_RemoveLead_TrailSpaces", [] { cl_RemoveLead_TrailSpaces(w(" a ")); }, "", "19+ 19-", nullptr, ""},
     {"cl_ConvertToSpecialChar", [] { cl_ConvertToSpecialChar(w("a b")); }, "", "19+ 19-", nullptr, ""},
     {"cl_ConvertSpecialChar", [] { cl_ConvertSpecialChar(w("a_b")); }, "", "19+ 19-", nullptr, ""},
-    {"cl_ArrayToDA", [] { cl_ArrayToDA(g_array, 1); }, "", "21+ 21-", nullptr, ""},
+    {"cl_ArrayToDA", [] { os_free(cl_ArrayToDA(g_array, 1)); }, "", "21+ 21-", nullptr, ""},
     {"cl_UnpackFullORN", [] { char **t; cl_UnpackFullORN(kJohn, &t, &g_parsed, 23, 20), cl_FreeORN(t); }, "", "19+ 19-", nullptr, ""},
     {"cl_FrmtGroup1PNPP", [] { cl_FrmtGroup1PNPP(g_table); }, "", "19+ 19-", nullptr, ""},
     {"cl_FrmtGroup1PP", [] { cl_FrmtGroup1PP(g_table, 0); }, "", "19+ 19-", nullptr, ""},
