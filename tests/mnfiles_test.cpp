@@ -1,5 +1,6 @@
-// The primary mail node of the configuration file and the default mail
-// node file: exact bytes, lengths, modes, and what an escape leaves behind.
+// Mail nodes: the primary one of the configuration file, the default mail
+// node file (exact bytes, modes, what an escape leaves), the display form,
+// wildcard resolution and counterpart removal in O/R names.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -7,18 +8,45 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "testkit.hpp"
 
 namespace {
 
-using testkit::open_fd_count;
-using testkit::packed;
-using testkit::run;
-using testkit::show;
+using namespace testkit;  // open_fd_count, packed, run, show
 using Units = std::array<std::string, 4>;
+
+TEST(InPlaceRewrites, DisplayFormWildcardsAndCounterparts) {
+    const auto display = cl_SetNodeForDisplay, route = cl_SimplifyRoute;
+    const std::string a(5000, 'a'), b(4095, 'b');
+    const struct { void (*rewrite)(char *); std::string in, out; } rows[] = {
+        // The display form drops trailing commas of the units and trailing slashes after them.
+        {display, "A,B,,", "A,B"}, {display, "A,,B", "A,,B"}, {display, ",,,", ""}, {display, "A,B,,/C,D//", "A,B/C,D"},
+        {display, "A/", "A"}, {display, "A,,/", "A"}, {display, "A//B/", "A//B"}, {display, "/C", "/C"}, {display, ",,/C", "/C"},
+        {display, "", ""}, {display, "/", ""}, {display, ",/,", "/,"}, {display, "A/,/,//", "A/,/,"},
+        {display, a, a.substr(0, 4095)}, {display, b + ",", b},  // the work buffer holds 4095 characters
+        // '#' ends a group of 32 fields; field i + 64 is the counterpart of field i.
+        {route, "Smith||||*##||||Sales", "Smith||||##||||Sales"}, {route, "Smith||||*##||||*", "Smith||||*##||||"},
+        {route, "Smith|||||Dev##|||||*x", "Smith|||||Dev##|||||"}, {route, "Smith||||||*", "Smith||||||*"},
+        {route, "Smith|||||||x*##|||||||y", "Smith|||||||x*##|||||||y"}, {route, "*|Jo|Q|Jr|Sales", "*||||Sales"},
+        {route, "*|Jo##Smith", "|Jo##Smith"},  // the surname wildcard gave way to its counterpart: the rest stays
+        {route, "*|Jo##*|Jo", "*|##|Jo"},
+        // Fields 64 to 115 and 128 go: u0, a, b, y (115) and c; z (116) stays.
+        {cl_RemoveTxTFields, "Smith#g1#u0|a#b|||||||||||||||||||y|z#c|e#f", "Smith#g1#|#||||||||||||||||||||z#|e#f"},
+    };
+    for (const auto &row : rows) {
+        std::string text = packed(row.in);
+        row.rewrite(text.data());
+        EXPECT_EQ(show(text.c_str()), row.out) << row.in.substr(0, 30);
+    }
+    // The name library writes the same text field by field, and reads it back.
+    char built[64], field[8];
+    nm_ParsedORN parsed;
+    nm_InitORN(built, &parsed);
+    for (int f : {68, 0, 4}) nm_PutFieldStr(built, &parsed, f, f == 68 ? "Sales" : f ? "*" : "Smith");
+    EXPECT_EQ(show(built), "Smith||||*##||||Sales");
+    EXPECT_STREQ(nm_GetFieldStr(built, &parsed, 68, field, sizeof field), "Sales");
+}
 
 // A configuration file of `size` bytes with the older units at 8, 40, 72,
 // 104 and the primary units at 140, 172, 204, 236; other bytes are 0xEE so
@@ -32,159 +60,76 @@ std::string config(const Units &older, const Units &primary, std::size_t size = 
     return bytes.substr(0, size);
 }
 
-std::string record_of(const std::string &file, int record) { return file.substr(record * 1024, 1024); }
-
 std::string read_def(int record) {
     char buf[1024];
     cl_ReadDefMNode(record, buf);
     return buf;
 }
 
-mode_t mode_of(const std::string &path) {
-    struct stat st {};
-    stat(path.c_str(), &st);
-    return st.st_mode & 0777;
-}
-
-const std::string k32(32, 'U');
-
-TEST(ReadPMN, UnitsFollowOneAnotherWithoutGaps) {
-    struct Case {
-        Units units;
-        std::string node;
+// The primary mail node, then the default mail node file: created with
+// mode 0660, record 1 filled from the older mail node, whole records, and
+// failures that lose nothing and leave nothing open.
+TEST(MailNodeFiles, PrimaryAndDefault) {
+    const std::string k32(32, 'U');
+    const std::pair<Units, std::string> rows[] = {
+        {{"", "", "", ""}, ""}, {{"A", "", "C", ""}, "A|C"}, {{"", "B", "", ""}, "|B"}, {{k32, "X", "", ""}, k32 + "|X"},
+        {{"Sales", "London", "Europe", "World"}, "Sales|London|Europe|World"}, {{"A", "", "", k32}, "A|" + k32},
     };
-    const Case cases[] = {
-        {{"", "", "", ""}, ""},
-        {{"A", "", "C", ""}, "A|C"},
-        {{"", "B", "", ""}, "|B"},
-        {{"Sales", "London", "Europe", "World"}, "Sales|London|Europe|World"},
-        {{k32, "X", "", ""}, k32 + "|X"},
-        {{"A", "", "", k32}, "A|" + k32},
-    };
-    testkit::TempHome home;
-    for (const Case &c : cases) {
-        home.write("sys/config", config({"old", "", "", ""}, c.units));
-        char buf[136];
-        std::memset(buf, 'Z', sizeof buf);
-        char *node = cl_ReadPMN(buf);
-        EXPECT_EQ(node, buf + 4);
-        EXPECT_EQ(show(buf), "||||" + c.node) << c.node;
+    TempHome home;
+    static char buf[1024];  // 136 bytes for the primary mail node
+    for (const auto &[units, node] : rows) {
+        home.write("sys/config", config({"old", "", "", ""}, units));
+        std::memset(buf, 'Z', 136);
+        EXPECT_EQ(cl_ReadPMN(buf), buf + 4);
+        EXPECT_EQ(show(buf), "||||" + node);
     }
-}
-
-TEST(ReadPMN, ShortOrMissingFileEscapesWithEveryDescriptorClosed) {
-    testkit::TempHome home;
     const int fds = open_fd_count();
-    char buf[136] = {};
-
-    auto missing = run([&] { cl_ReadPMN(buf); });
-    EXPECT_TRUE(missing.is(1, ENOENT));
-    EXPECT_EQ(open_fd_count(), fds);
-
     // 220 bytes: the read at 204 gets 16 bytes, after units 1 and 2 are in.
     home.write("sys/config", config({}, {"A", "B", "C", "D"}, 220));
-    auto short_file = run([&] { cl_ReadPMN(buf); });
-    EXPECT_TRUE(short_file.is(100, 4624));
+    EXPECT_TRUE(run([] { cl_ReadPMN(buf); }).is(100, 4624));
     EXPECT_EQ(show(buf), "||||A|B");
     EXPECT_EQ(open_fd_count(), fds);
-}
 
-TEST(DefMNode, MissingFileIsCreated0660WhateverTheUmaskAndRecordOneFilled) {
-    for (mode_t mask : {mode_t{077}, mode_t{022}, mode_t{0}}) {
-        testkit::TempHome home;
-        home.write("sys/config", config({"Sales", "London", "", ""}, {}));
-        const mode_t before = umask(mask);
-        testkit::TraceCapture traces;
-        const std::string text = read_def(1);
-        EXPECT_EQ(traces.named("cl_GetOldUXMN"),
-                  (std::vector<testkit::TraceRecord>{{15, "cl_GetOldUXMN", 1}, {15, "cl_GetOldUXMN", 0}}));
-        EXPECT_EQ(umask(before), mask) << "the caller's umask is put back";
-        const std::string expected = packed("||||Sales|London");
-        EXPECT_EQ(show(text), show(expected));
-        EXPECT_EQ(mode_of(home.file("sys/defmnode")), 0660u) << std::oct << mask;
-        const std::string file = home.read("sys/defmnode");
-        ASSERT_EQ(file.size(), 2048u);
-        EXPECT_EQ(record_of(file, 0), std::string(1024, '\0'));
-        EXPECT_EQ(record_of(file, 1), expected + std::string(1024 - expected.size(), '\0'));
-        EXPECT_EQ(read_def(1), expected) << "read again from the file";
-    }
-}
+    // The default mail node file.
+    home.write("sys/config", config({"Sales", "London", "", ""}, {}));
+    const mode_t before = umask(077);
+    EXPECT_EQ(show(read_def(1)), "||||Sales|London");
+    EXPECT_EQ(umask(before), 077u) << "the caller's umask is put back";
+    struct stat st {};
+    stat(home.file("sys/defmnode").c_str(), &st);
+    EXPECT_EQ(st.st_mode & 0777, 0660u);
+    const std::string name = packed("||||Sales|London");
+    EXPECT_EQ(home.read("sys/defmnode"), std::string(1024, '\0') + name + std::string(1024 - name.size(), '\0'));
+    home.write("sys/config", config({"Other", "", "", ""}, {}));
+    EXPECT_EQ(read_def(1), name) << "a record once filled is read from the file";
 
-TEST(DefMNode, EmptyRecordsAndTheFallback) {
-    testkit::TempHome home;
-    // Record 0 never consults the configuration file, which is missing here.
-    char buf[1024] = "x";
-    auto record0 = run([&] { cl_ReadDefMNode(0, buf); });
-    EXPECT_FALSE(record0.escaped);
-    EXPECT_STREQ(buf, "");
-    EXPECT_EQ(home.read("sys/defmnode").size(), 0u);
-
+    std::remove(home.file("sys/defmnode").c_str());
+    std::remove(home.file("sys/config").c_str());
+    EXPECT_EQ(read_def(0) + read_def(2), "") << "only record 1 consults the configuration file";
+    EXPECT_EQ(home.read("sys/defmnode"), "");
     // Older units all empty: record 1 stays empty and nothing is written.
     home.write("sys/config", config({"", "", "", ""}, {"P", "", "", ""}));
     EXPECT_EQ(read_def(1), "");
-    EXPECT_EQ(home.read("sys/defmnode").size(), 0u);
-
-    // An incomplete last record reads as empty.
-    home.write("sys/defmnode", std::string(500, 'x'));
-    EXPECT_EQ(read_def(0), "");
-    // A record once filled is not refilled from the configuration file.
-    cl_WriteDefMNode(1, "kept");
-    home.write("sys/config", config({"Other", "", "", ""}, {}));
-    EXPECT_EQ(read_def(1), "kept");
-}
-
-TEST(DefMNode, WritesAreWholeTerminatedRecords) {
-    testkit::TempHome home;
-    home.write("sys/config", config({}, {}));
+    EXPECT_EQ(home.read("sys/defmnode"), "");
     home.write("sys/defmnode", "r0" + std::string(1022, '\0'));
     cl_WriteDefMNode(3, "third");
-    std::string file = home.read("sys/defmnode");
-    ASSERT_EQ(file.size(), 4096u);
-    EXPECT_EQ(file.substr(0, 2), "r0");
-    EXPECT_EQ(record_of(file, 3), "third" + std::string(1019, '\0'));
-    EXPECT_EQ(read_def(2), "");
-    EXPECT_EQ(read_def(1), "") << "the gap reads as empty records";
-
-    const std::string long_text(2000, 'L');
-    cl_WriteDefMNode(0, long_text.c_str());
-    file = home.read("sys/defmnode");
-    EXPECT_EQ(record_of(file, 0), std::string(1023, 'L') + '\0');
-    EXPECT_EQ(read_def(0), std::string(1023, 'L'));
-    EXPECT_EQ(file.size(), 4096u);
-}
-
-TEST(DefMNode, BadRecordNumbersAndShortConfigurationLoseNothing) {
-    testkit::TempHome home;
-    home.write("sys/defmnode", "r0" + std::string(1022, '\0'));
-    const int fds = open_fd_count();
-    for (int record : {-1, 2097152, 2147483647}) {
-        auto out = run([record] { cl_WriteDefMNode(record, "x"); });
-        EXPECT_TRUE(out.is(100, 4626)) << record;
-        EXPECT_EQ(read_def(record), "") << record;
+    static int record;
+    for (int r : {-1, 2097152, 2147483647}) {
+        record = r;
+        EXPECT_TRUE(run([] { cl_WriteDefMNode(record, "x"); }).is(100, 4626)) << r;
+        EXPECT_EQ(read_def(r), "") << r;
     }
-    EXPECT_EQ(home.read("sys/defmnode"), "r0" + std::string(1022, '\0'));
+    cl_WriteDefMNode(0, std::string(2000, 'L').c_str());
+    EXPECT_EQ(home.read("sys/defmnode"), std::string(1023, 'L') + std::string(2049, '\0') + "third" + std::string(1019, '\0'));
+    EXPECT_EQ(read_def(2), "") << "the gap reads as empty records";
 
     // The older units end at 136; a 60-byte file holds unit 1 only.
     home.write("sys/config", config({"A", "B", "", ""}, {}, 60));
-    char buf[1024] = {};
-    auto out = run([&] { cl_ReadDefMNode(1, buf); });
-    EXPECT_TRUE(out.is(102, 1420));
+    EXPECT_TRUE(run([] { cl_ReadDefMNode(1, buf); }).is(102, 1420));
     EXPECT_EQ(show(buf), "||||A") << "the partial name stays in the buffer";
-    EXPECT_EQ(open_fd_count(), fds);
-    EXPECT_EQ(home.read("sys/defmnode").size(), 1024u);
-
-    std::remove(home.file("sys/config").c_str());
-    out = run([&] { cl_ReadDefMNode(1, buf); });
-    EXPECT_TRUE(out.is(1, ENOENT));
-    EXPECT_EQ(open_fd_count(), fds);
-}
-
-TEST(DefMNode, UnopenableFileEscapesUnchanged) {
-    testkit::TempHome home;
+    std::remove(home.file("sys/defmnode").c_str());
     mkdir(home.file("sys/defmnode").c_str(), 0700);  // a directory cannot be opened read-write
-    const int fds = open_fd_count();
-    auto out = run([] { cl_WriteDefMNode(0, "x"); });
-    EXPECT_TRUE(out.is(1, EISDIR));
+    EXPECT_TRUE(run([] { cl_WriteDefMNode(0, "x"); }).is(1, EISDIR));
     EXPECT_EQ(open_fd_count(), fds);
 }
 
