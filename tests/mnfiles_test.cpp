@@ -2,7 +2,9 @@
 // node file (exact bytes, modes, what an escape leaves), the display form,
 // wildcard resolution and counterpart removal in O/R names.
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -88,6 +90,15 @@ TEST(MailNodeFiles, PrimaryAndDefault) {
     home.write("sys/config", config({}, {"A", "B", "C", "D"}, 220));
     EXPECT_TRUE(run([] { cl_ReadPMN(buf); }).is(100, 4624));
     EXPECT_EQ(show(buf), "||||A|B");
+    EXPECT_EQ(open_fd_count(), fds);
+    // A configuration file that cannot be positioned (a pipe, kept open for
+    // writing so that opening it does not wait) is neither read nor shown.
+    std::remove(home.file("sys/config").c_str());
+    ASSERT_EQ(mkfifo(home.file("sys/config").c_str(), 0600), 0);
+    const int writer = open(home.file("sys/config").c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_TRUE(run([] { cl_ReadPMN(buf); }).is(100, 4623));
+    close(writer);
+    std::remove(home.file("sys/config").c_str());
     EXPECT_EQ(open_fd_count(), fds);
 
     // The default mail node file.

@@ -142,7 +142,7 @@ TEST(Trace, EveryTracedFunctionAtLevelNineAndAbove) {
     er_SubSystemLoggingLevel = saved;
     const std::string file = home.read("trace");  // every record, an escape's too
     EXPECT_EQ(file.rfind("ENTER 17 cl_GetConfigLock\nEXIT 17 cl_GetConfigLock\nENTER 17 cl_FreeConfigLock\nEXIT 17 cl_FreeConfigLock\n", 0), 0u);
-    EXPECT_NE(file.find("\nENTER 17 cl_FreeConfigLock\nESCAPE 100/1812 at platform/gen_lock:"), std::string::npos);
+    EXPECT_NE(file.find("\nENTER 17 cl_FreeConfigLock\nESCAPE 100/1812 at platform/gen/gen_lock:"), std::string::npos);
     cl_FreeORN(g_table);
     cl_FreeArray(g_array);
 }
