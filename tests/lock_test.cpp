@@ -53,6 +53,8 @@ testkit::Outcome within_3s(void (*f)()) {
 // The caller's own alarm and handler; caller_back() tells whether both are
 // as they were, the alarm at `left` seconds or one less.
 void on_alarm(int) {}
+volatile sig_atomic_t g_rang = 0;
+void count_alarm(int) { g_rang = g_rang + 1; }
 void arm_caller(unsigned seconds) { ext_signal(SIGALRM, on_alarm), alarm(seconds); }
 bool caller_back(unsigned left) {
     const unsigned remaining = alarm(left);
@@ -107,8 +109,17 @@ TEST(BoundedWait, TimesOutOrTakesAndPutsTheCallersAlarmAndHandlerBack) {
     }
     EXPECT_EQ(testkit::open_fd_count(), fds) << "the interrupted take leaves no descriptor open";
     end(other);
-    // Zero seconds (or less) touches no alarm.
+    // Zero seconds (or less) waits without limit and touches no alarm: the
+    // caller's own alarm rings during the wait.
+    const pid_t slow = holder(1500);
+    g_rang = 0;
+    ext_signal(SIGALRM, count_alarm), alarm(1);
     EXPECT_NE(cl_WaitForConfigLock(0), 0);
+    EXPECT_EQ(g_rang, 1) << "the caller's alarm rang while the wait went on";
+    waitpid(slow, nullptr, 0);
+    cl_FreeConfigLock();
+    arm_caller(100);
+    EXPECT_NE(cl_WaitForConfigLock(-1), 0);
     EXPECT_TRUE(caller_back(100));
     cl_FreeConfigLock();
     alarm(0), ext_signal(SIGALRM, SIG_DFL);
