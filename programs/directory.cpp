@@ -7,6 +7,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "qxadm.hpp"
@@ -19,6 +20,18 @@ constexpr const char kSourceFile[] = "programs/directory";
 enum class Store { kOk, kNoSuchUser, kUserExists, kBusy, kUnopenable, kDamaged };
 
 constexpr int kBusyTimeoutMs = 30000;  // beyond the configuration lock's own wait
+// Test seam: CL_DIRECTORY_WAIT may shorten the wait to 1 to 29 seconds; any
+// other value is ignored, so it can never lengthen the wait.
+constexpr const char kWaitSeam[] = "CL_DIRECTORY_WAIT";
+
+int busy_timeout_ms() {
+    const char *seam = std::getenv(kWaitSeam);
+    if (!seam) return kBusyTimeoutMs;
+    char *end = nullptr;
+    const long seconds = std::strtol(seam, &end, 10);
+    return *end == '\0' && seconds > 0 && seconds * 1000 < kBusyTimeoutMs ? static_cast<int>(seconds) * 1000
+                                                                           : kBusyTimeoutMs;
+}
 
 constexpr const char kSchema[] =
     "CREATE TABLE IF NOT EXISTS users ("
@@ -63,7 +76,7 @@ Store open_directory(const char *path, sqlite3 **db) {
     if (fd >= 0) close(fd);
     int rc = sqlite3_open_v2(path, db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
     if (rc != SQLITE_OK) return outcome_of(rc);
-    sqlite3_busy_timeout(*db, kBusyTimeoutMs);
+    sqlite3_busy_timeout(*db, busy_timeout_ms());
     return outcome_of(sqlite3_exec(*db, kSchema, nullptr, nullptr, nullptr));
 }
 

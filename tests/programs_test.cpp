@@ -218,6 +218,15 @@ TEST_F(Programs, HomeAndMailNodes) {
     }
 
     const std::string pmn = "Primary mail node: " + unit + ",London\n";
+    // A mail node of valid fields whose packed form outgrows a record (1024 bytes).
+    auto smileys = [](int n) {
+        std::string s;
+        while (n-- > 0) s += "\U0001F600";
+        return s;
+    };
+    std::string huge = unit + "," + unit + "," + unit + "," + unit + "/organization=Acme/country=GB/admd=X/prmd=Y";
+    for (const char *ou : {"utf8Ou1", "utf8Ou2", "utf8Ou3", "utf8Ou4"}) huge += std::string("/") + ou + "=" + smileys(32);
+    huge += "/utf8Organization=" + smileys(64) + "/utf8Admd=" + smileys(16) + "/utf8Prmd=" + smileys(16);
     play({
         {"qx-inithome", {"Other"}, 100, "", "qx-inithome : E100-4761 The server home is set up already"},
         {"qx-pmn", {}, 0, pmn, ""},
@@ -230,6 +239,7 @@ TEST_F(Programs, HomeAndMailNodes) {
         {"qx-defmnode", {"2", ",Sales"}, 103, "", "qx-defmnode : E100-8016 "},
         {"qx-defmnode", {"2", "A,B,C,D,E"}, 103, "", "qx-defmnode : E100-8003 "},
         {"qx-defmnode", {"2", "Sales/Ac#me"}, 103, "", "qx-defmnode : E100-4764 "},  // a positional organization
+        {"qx-defmnode", {"2", huge}, 103, "", "qx-defmnode : E100-4762 "},
         {"qx-defmnode", {"1024"}, 103, "", "qx-defmnode : E100-4767 "},
         {"qx-defmnode", {"2097151", "X,Y"}, 103, "", "qx-defmnode : E100-4767 "},
         {"qx-defmnode", {"2"}, 0, "Default mail node 2: Support,Paris\n", ""},
@@ -423,6 +433,15 @@ TEST_F(Programs, FailuresAreReportedWithTheirStatus) {
     EXPECT_EQ(listed.status, 100);
     EXPECT_EQ(listed.err, "qx-userlist" + unwritten + ".\n");
     EXPECT_EQ(run("qxadm", {"--help"}, "/dev/full").status, 100);
+
+    // A directory that another program keeps busy beyond the wait.
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(home_.file("sys/users.db").c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    setenv("CL_DIRECTORY_WAIT", "1", 1);
+    play({{"qx-userlist", {}, 3, "", "qx-userlist : E100-4620 The server is busy; try again later.\n"}});
+    unsetenv("CL_DIRECTORY_WAIT");
+    sqlite3_close(db);  // rolls the transaction back
 
     // The time-out of the configuration lock states the wait it had.
     const int fd = open(home_.file("sys/.lock0").c_str(), O_RDWR | O_CLOEXEC);

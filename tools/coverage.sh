@@ -81,11 +81,11 @@ def pct(a, b):
 
 print(f"\n{'directory':<12} {'lines':>16} {'line%':>7} {'branches':>16} {'branch%':>8}")
 tot = [0, 0, 0, 0]
-for top in ("cl/", "platform/", "programs/"):
+for top in ("include/", "cl/", "platform/", "programs/"):
     d = dirs.get(top, [0, 0, 0, 0])
     tot = [a + b for a, b in zip(tot, d)]
     print(f"{top:<12} {d[1]:>7} / {d[0]:<6} {pct(d[1], d[0]):>7} {d[3]:>7} / {d[2]:<6} {pct(d[3], d[2]):>8}")
-others = sorted(set(dirs) - {"cl/", "platform/", "programs/"})
+others = sorted(set(dirs) - {"include/", "cl/", "platform/", "programs/"})
 if others:
     print("other directories in the data (not counted):", " ".join(others))
 print(f"{'total':<12} {tot[1]:>7} / {tot[0]:<6} {pct(tot[1], tot[0]):>7} {tot[3]:>7} / {tot[2]:<6} {pct(tot[3], tot[2]):>8}")
