@@ -67,8 +67,9 @@ TEST(BinaryFiles, WrittenByOneTargetReadByTheOther) {
     testkit::write_file(mine + "/sys/config", config_bytes());
     testkit::write_file(mine + "/sys/sysdata", std::string(48, '\0'));
     const std::int64_t before = std::time(nullptr);
+    const std::string record = testkit::packed("||||Support|Paris");  // built outside the block
     testkit::Outcome written = testkit::run([&] {
-        cl_WriteDefMNode(2, testkit::packed("||||Support|Paris").c_str());
+        cl_WriteDefMNode(2, record.c_str());
         cl_IncSystemStartCount();
     });
     const std::int64_t after = std::time(nullptr);
@@ -76,7 +77,7 @@ TEST(BinaryFiles, WrittenByOneTargetReadByTheOther) {
 
     const std::string defmnode = testkit::read_file(mine + "/sys/defmnode");
     ASSERT_EQ(defmnode.size(), 3u * 1024);  // records 0 to 2, 1024 bytes each
-    EXPECT_EQ(testkit::show(defmnode.substr(2048, 18)), testkit::show(testkit::packed("||||Support|Paris") + '\0'));
+    EXPECT_EQ(testkit::show(defmnode.substr(2048, 18)), testkit::show(record + '\0'));
     EXPECT_EQ(defmnode.find_first_not_of('\0', 2048 + 18), std::string::npos);
     const std::string sysdata = testkit::read_file(mine + "/sys/sysdata");
     ASSERT_EQ(sysdata.size(), 48u);
