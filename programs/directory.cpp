@@ -143,15 +143,95 @@ Store user(const char *path, const char *sql, const char *key, char *display) {
     });
 }
 
-// Writes every user's display text, one a line, in a stable order.
-Store list(const char *path, std::FILE *out) {
+// Calls fn for every user in a stable order, that of the display texts
+// (and of the keys for the same text), until fn returns false.
+Store each(const char *path, const UserVisitor &visit) {
     return with_directory(path, [&](sqlite3 *db) {
-        return run_statement(db, "SELECT display FROM users ORDER BY display, name", nullptr, nullptr,
+        bool going = true;
+        return run_statement(db, "SELECT name, display FROM users ORDER BY display, name", nullptr, nullptr,
                              [&](sqlite3_stmt *st) {
-                                 const unsigned char *text = sqlite3_column_text(st, 0);
-                                 std::fprintf(out, "%s\n", text ? reinterpret_cast<const char *>(text) : "");
+                                 if (!going) return;
+                                 const void *key = sqlite3_column_blob(st, 0);
+                                 const unsigned char *text = sqlite3_column_text(st, 1);
+                                 const UserRow row{static_cast<const char *>(key ? key : ""),
+                                                   static_cast<std::size_t>(sqlite3_column_bytes(st, 0)),
+                                                   text ? reinterpret_cast<const char *>(text) : ""};
+                                 going = visit.fn(visit.context, row);
                              });
     });
+}
+
+// Bulk import: one open database, one write transaction at a time, one
+// prepared insert. The session is the process's only one; its handles are
+// plain pointers, so an escape elsewhere cannot run anything here.
+struct Bulk {
+    sqlite3 *db;
+    sqlite3_stmt *insert;  // INSERT OR IGNORE: a key stored already changes nothing
+    sqlite3_stmt *rowid;   // the row of a key, to tell an earlier line from an earlier store
+    sqlite3_int64 last_before;  // the last row stored before the import began
+};
+Bulk g_bulk{};
+
+constexpr const char kInsert[] = "INSERT OR IGNORE INTO users (name, display, added) VALUES (?1, ?2, ?3)";
+constexpr const char kRowOf[] = "SELECT rowid FROM users WHERE name = ?1";
+
+// Page cache of a bulk session: a fixed bound, so memory does not grow with
+// the input (negative: KiB).
+constexpr const char kBulkCache[] = "PRAGMA cache_size = -16384";
+
+Store exec(const char *sql) { return outcome_of(sqlite3_exec(g_bulk.db, sql, nullptr, nullptr, nullptr)); }
+
+Store bulk_open(const char *path) {
+    Store s = open_directory(path, &g_bulk.db);
+    if (s == Store::kOk) s = exec(kBulkCache);
+    if (s == Store::kOk) s = exec("BEGIN IMMEDIATE");
+    if (s == Store::kOk)
+        s = run_statement(g_bulk.db, "SELECT coalesce(max(rowid), 0) FROM users", nullptr, nullptr,
+                          [](sqlite3_stmt *st) { g_bulk.last_before = sqlite3_column_int64(st, 0); });
+    if (s == Store::kOk) s = outcome_of(sqlite3_prepare_v2(g_bulk.db, kInsert, -1, &g_bulk.insert, nullptr));
+    if (s == Store::kOk) s = outcome_of(sqlite3_prepare_v2(g_bulk.db, kRowOf, -1, &g_bulk.rowid, nullptr));
+    return s;
+}
+
+// Ends the session: commits when keep and all went well, else rolls back.
+Store bulk_close(bool keep) {
+    sqlite3_finalize(g_bulk.insert);
+    sqlite3_finalize(g_bulk.rowid);
+    Store s = Store::kOk;
+    if (keep) s = exec("COMMIT");
+    if (!keep || s != Store::kOk) sqlite3_exec(g_bulk.db, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(g_bulk.db);
+    g_bulk = Bulk{};
+    return s;
+}
+
+// Raises s, if a failure, once the session is rolled back and closed.
+void bulk_check(Store s) {
+    if (s == Store::kOk) return;
+    bulk_close(false);
+    raise_if_failed(s);
+}
+
+Added bulk_insert(const char *key, const char *display) {
+    sqlite3_stmt *st = g_bulk.insert;
+    const int len = static_cast<int>(std::strlen(key));
+    sqlite3_bind_blob(st, 1, key, len, SQLITE_STATIC);
+    sqlite3_bind_text(st, 2, display, -1, SQLITE_STATIC);
+    sqlite3_bind_int64(st, 3, static_cast<sqlite3_int64>(std::time(nullptr)));
+    Store s = outcome_of(sqlite3_step(st));
+    sqlite3_reset(st);
+    bulk_check(s);
+    if (sqlite3_changes(g_bulk.db) == 1) return Added::kNew;
+    // Ignored: the key is stored. Rows after the last one of before the
+    // import came from earlier lines.
+    st = g_bulk.rowid;
+    sqlite3_bind_blob(st, 1, key, len, SQLITE_STATIC);
+    sqlite3_int64 row = 0;
+    s = outcome_of(sqlite3_step(st));
+    if (s == Store::kOk) row = sqlite3_column_int64(st, 0);
+    sqlite3_reset(st);
+    bulk_check(s);
+    return row > g_bulk.last_before ? Added::kRepeated : Added::kStored;
 }
 
 // Runs work on the directory's path and raises what it returns.
@@ -176,8 +256,29 @@ void directory_delete(const char *key, char *display) {
     on_directory([&](const char *path) { return user(path, kDeleteUser, key, display); });
 }
 
-void directory_list(std::FILE *out) {
-    on_directory([&](const char *path) { return list(path, out); });
+void directory_each(const UserVisitor &visit) {
+    on_directory([&](const char *path) { return each(path, visit); });
+}
+
+void bulk_begin() {
+    on_directory([](const char *path) {
+        Store s = bulk_open(path);
+        if (s != Store::kOk) bulk_close(false);
+        return s;
+    });
+}
+
+Added bulk_add(const char *key, const char *display) { return bulk_insert(key, display); }
+
+void bulk_commit() {
+    bulk_check(exec("COMMIT"));
+    bulk_check(exec("BEGIN IMMEDIATE"));
+}
+
+void bulk_end(bool keep) { raise_if_failed(bulk_close(keep)); }
+
+void bulk_abandon() {
+    if (g_bulk.db) bulk_close(false);
 }
 
 }  // namespace qxadm

@@ -64,6 +64,10 @@ bool fields_keep_rules(const char *packed) {
     return true;
 }
 
+void copy_display(const char *text, char *out) {
+    std::snprintf(out, kDisplaySize, "%s", text);
+}
+
 }  // namespace
 
 // The programs read and write UTF-8.
@@ -82,6 +86,31 @@ void user_key(const char *typed, char *key) {
     copy_typed(typed, text);
     cl_ConvCltoORN(text, packed, 0, 0, charset());
     canonical(packed, key);
+}
+
+// A user's listing names the user again: its display text, typed back,
+// gives the same key. So every line that qx-userlist shows is accepted by
+// qx-usershow, qx-userdel and qx-import, and two users never list alike.
+void check_listable(const char *display, const char *key) {
+    char again[kPackedSize];
+    if (fails([&] { user_key(display, again); }) || std::strcmp(again, key) != 0) QX_RAISE(kNotListable);
+}
+
+// A new user's name, as qx-useradd and qx-import take it: converted from
+// the typed form or read from the attribute-list form, then checked as a
+// new user's name (kind 3) and shown.
+void new_user(const char *text, NameForm form, char *key, char *display) {
+    if (form == NameForm::kTyped) {
+        user_key(text, key);
+    } else {
+        if (std::strlen(text) > kTextMax) QX_RAISE(kNameTooLong);
+        char packed[kPackedSize];
+        cl_AsciiEncodedToTF(text, packed);
+        canonical(packed, key);
+    }
+    cl_ValidateORNFields(key, 3);
+    copy_display(cl_FormatFullName(key, charset()), display);
+    check_listable(display, key);
 }
 
 // 'Unit,Unit[/attribute=value...]' into its key, checked as a mail node:
@@ -107,10 +136,6 @@ bool sound_mail_node(const char *packed) {
         sound = reason == 0 && fields_keep_rules(packed);
     });
     return sound && !escaped;
-}
-
-void copy_display(const char *text, char *out) {
-    std::snprintf(out, kDisplaySize, "%s", text);
 }
 
 void show_mail_node(const char *label, const char *packed) {

@@ -11,6 +11,8 @@
 //   qx-pmn                        show the primary mail node
 //   qx-startcount [--count]       show (or count) the server starts
 //   qx-checkinstall               check that the installation is complete
+//   qx-import [OPTION]... [FILE]  add users from a file, one name a line
+//   qx-export [--format=FORM]     write every user, one a line
 //
 // This file reads the options, dispatches by name and reports. Every
 // program runs its body under one protected block: an escape that ends its
@@ -21,6 +23,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -46,7 +49,10 @@ void need(const Args &a, bool ok) {
 
 // Frees the configuration lock if this process holds it, without losing the
 // escape being handled.
+void (*g_cleanup)() = nullptr;
+
 void release_lock_keeping_escape() {
+    if (g_cleanup) g_cleanup();
     guarded_release([] {
         if (cl_TestConfigLock()) cl_FreeConfigLock();
     });
@@ -57,21 +63,32 @@ namespace {
 // Escapes whose status the programs choose: a file of the home that is
 // damaged or too short is reported naming the file; the lock time-out with
 // the wait it actually had; a home set up already as something that exists;
-// a record that did not read back as a failed system call.
-// file: the home's file a library code is about (its detail names it).
+// a record that did not read back, or an input that cannot be read, as a
+// failed system call; the usage texts of the programs' own.
+enum class Detail {
+    kNone,
+    kRaiser,    // the raiser wrote g_detail
+    kFile,      // the home's file a library code is about
+    kLockWait,  // the seconds waited for the lock
+    kUsage,     // a usage text, shown as cl_DisplayUsage shows it
+};
 struct Chosen {
     Code code;
     int status;
+    Detail detail;
     const char *file;
 };
 constexpr Chosen kChosen[] = {
-    {kHomeExists, kStatusExistsOrMissing, nullptr},
-    {kFileDamaged, kStatusDamaged, nullptr},  // the raiser wrote the detail
-    {kConfigShort, kStatusDamaged, kConfigName},
-    {kOldConfigShort, kStatusDamaged, kConfigName},
-    {kSysdataShort, kStatusDamaged, kSysdataName},
-    {kLockTimeOut, kStatusLocked, nullptr},
-    {kRecordNotWritten, kStatusExistsOrMissing, kDefMNodeName},  // a write that failed
+    {kHomeExists, kStatusExistsOrMissing, Detail::kNone, nullptr},
+    {kFileDamaged, kStatusDamaged, Detail::kRaiser, nullptr},
+    {kConfigShort, kStatusDamaged, Detail::kFile, kConfigName},
+    {kOldConfigShort, kStatusDamaged, Detail::kFile, kConfigName},
+    {kSysdataShort, kStatusDamaged, Detail::kFile, kSysdataName},
+    {kLockTimeOut, kStatusLocked, Detail::kLockWait, nullptr},
+    {kRecordNotWritten, kStatusExistsOrMissing, Detail::kFile, kDefMNodeName},  // a write that failed
+    {kInputUnreadable, kStatusExistsOrMissing, Detail::kRaiser, nullptr},
+    {kUsageImport, kStatusUsage, Detail::kUsage, nullptr},
+    {kUsageExport, kStatusUsage, Detail::kUsage, nullptr},
 };
 
 // The seconds since the lock wait began, to the nearest second.
@@ -92,17 +109,26 @@ int report(const char *prog) {
         if (same(c.code, code)) chosen = &c;
     if (!chosen) return cl_SortAllErrors(prog);
     er_Clear();
-    if (same(code, kLockTimeOut)) {
+    switch (chosen->detail) {
+    case Detail::kNone: g_detail[0] = '\0'; break;
+    case Detail::kRaiser: break;
+    case Detail::kFile: {
+        char path[QX_PATH_MAX];
+        if (fails([&] { actual_name(chosen->file, path); })) std::snprintf(path, sizeof path, "%s", chosen->file);
+        std::snprintf(g_detail, sizeof g_detail, "File: %s", path);
+        break;
+    }
+    case Detail::kLockWait: {
         const long s = seconds_waited();
         std::snprintf(g_detail, sizeof g_detail, "Waited %ld second%s for the configuration lock.", s,
                       s == 1 ? "" : "s");
         if (!g_lock_waited) g_detail[0] = '\0';  // not from our wait: no figure to give
-    } else if (chosen->file) {
-        char path[QX_PATH_MAX];
-        if (fails([&] { actual_name(chosen->file, path); })) std::snprintf(path, sizeof path, "%s", chosen->file);
-        std::snprintf(g_detail, sizeof g_detail, "File: %s", path);
-    } else if (!same(code, kFileDamaged)) {
-        g_detail[0] = '\0';
+        break;
+    }
+    case Detail::kUsage:
+        cl_DisplayUsage(code.group, code.reason, prog);
+        er_TidyUp();
+        return chosen->status;
     }
     cl_DisplayError(code.group, code.reason, prog, g_detail);
     er_TidyUp();
@@ -124,37 +150,56 @@ int usage_error(Code what, const char *detail, Code usage, const char *prog) {
     return kStatusUsage;
 }
 
+// Options beyond --help and --version, by the programs that take them.
+enum Takes : unsigned { kNoOptions = 0, kTakesCount = 1u << 0, kTakesFormat = 1u << 1, kTakesImport = 1u << 2 };
+
 struct Program {
     const char *name;
     int (*body)(const Args &);
     Code usage;
-    bool count_option;
+    unsigned takes;
     const char *summary;
 };
 
-constexpr std::array<Program, 9> kPrograms = {{
-    {"qx-inithome", init_home, kUsageHome, false,
+constexpr std::array<Program, 11> kPrograms = {{
+    {"qx-inithome", init_home, kUsageHome, kNoOptions,
      "Sets up a fresh server home: $QX_HOME, else $HOME/.qx. Writes sys/config with\n"
      "MAILNODE (default HQ,Example) as the primary mail node, sys/sysdata, and makes\n"
      "sys/install and log/. A home that is set up already is left alone (status 100).\n"},
-    {"qx-useradd", user_add, kUsageAdd, false,
+    {"qx-useradd", user_add, kUsageAdd, kNoOptions,
      "Adds a user to the user directory (~/sys/users.db) under the configuration\n"
      "lock and shows the stored name. Attributes of the name's fields follow the\n"
      "mail node as attribute=value pairs: 'Ann Lee/Sales,London/organization=Acme'.\n"},
-    {"qx-usershow", user_show, kUsageName, false, "Shows a user of the user directory.\n"},
-    {"qx-userlist", user_list, kUsageNone, false, "Lists the users of the user directory, one a line, in order.\n"},
-    {"qx-userdel", user_delete, kUsageName, false,
+    {"qx-usershow", user_show, kUsageName, kNoOptions, "Shows a user of the user directory.\n"},
+    {"qx-userlist", user_list, kUsageNone, kNoOptions, "Lists the users of the user directory, one a line, in order.\n"},
+    {"qx-userdel", user_delete, kUsageName, kNoOptions,
      "Deletes a user from the user directory under the configuration lock.\n"},
-    {"qx-defmnode", default_mail_node, kUsageDefMNode, false,
+    {"qx-defmnode", default_mail_node, kUsageDefMNode, kNoOptions,
      "Shows record RECORD (0 to 1023, default 1) of the default mail node file; with\n"
      "MAILNODE, sets it first, under the configuration lock.\n"},
-    {"qx-pmn", primary_mail_node, kUsageNone, false, "Shows the primary mail node of the server's configuration.\n"},
-    {"qx-startcount", start_count, kUsageCount, true,
+    {"qx-pmn", primary_mail_node, kUsageNone, kNoOptions, "Shows the primary mail node of the server's configuration.\n"},
+    {"qx-startcount", start_count, kUsageCount, kTakesCount,
      "Shows how often the server has started and when it last did; --count counts a\n"
      "start first.\n"},
-    {"qx-checkinstall", check_install, kUsageNone, false,
+    {"qx-checkinstall", check_install, kUsageNone, kNoOptions,
      "Exits 0 when the installation is complete, 1 when the home is not set up or\n"
      "~/sys/install holds a marker file ending in .inst.\n"},
+    {"qx-import", import_users, kUsageImport, kTakesFormat | kTakesImport,
+     "Adds the users named in FILE (standard input for - or none), one name a line as\n"
+     "qx-useradd takes it; blank lines and lines starting with # are skipped. A refused\n"
+     "line is reported as FILE:LINE: and the import goes on; a user stored already, or\n"
+     "named on an earlier line, is reported and skipped. Rows are committed every N lines.\n"
+     "Exit status 1 when a line was refused.\n"
+     "  --format=attributes  the lines are attribute lists, as qx-export writes them\n"
+     "  --stop-on-error      stop at the first refused line\n"
+     "  --atomic             store nothing unless every line is good\n"
+     "  --dry-run            check every line, store nothing\n"
+     "  --batch=N            lines per transaction (default 10000)\n"},
+    {"qx-export", export_users, kUsageExport, kTakesFormat,
+     "Writes every user of the user directory, one a line, in the order of qx-userlist:\n"
+     "  --format=lines       as qx-userlist shows them (the default)\n"
+     "  --format=attributes  as attribute lists that qx-import --format=attributes reads\n"
+     "Either form, imported into a fresh home, gives the same directory.\n"},
 }};
 
 // Writes a usage text of the catalogue with each "%s" in it replaced by the
@@ -169,15 +214,49 @@ void print_usage(std::FILE *out, Code usage, const char *prog) {
 
 void print_version(const char *prog) { std::printf("%s (cl) %s\n", prog, QX_VERSION); }
 
-enum Option { kHelp = 1, kVersion, kCount };
-constexpr option kOptions[] = {
-    {"help", no_argument, nullptr, kHelp}, {"version", no_argument, nullptr, kVersion},
-    {"count", no_argument, nullptr, kCount}, {nullptr, 0, nullptr, 0}};
-constexpr option kOptionsNoCount[] = {
-    {"help", no_argument, nullptr, kHelp}, {"version", no_argument, nullptr, kVersion}, {nullptr, 0, nullptr, 0}};
+enum Option { kHelp = 1, kVersion, kCount, kFormat, kStopOnError, kAtomic, kDryRun, kBatch };
+struct OptionOf {
+    option spec;
+    unsigned takes;  // the programs that take it; kNoOptions: every program
+};
+constexpr OptionOf kOptions[] = {
+    {{"help", no_argument, nullptr, kHelp}, kNoOptions},
+    {{"version", no_argument, nullptr, kVersion}, kNoOptions},
+    {{"count", no_argument, nullptr, kCount}, kTakesCount},
+    {{"format", required_argument, nullptr, kFormat}, kTakesFormat},
+    {{"stop-on-error", no_argument, nullptr, kStopOnError}, kTakesImport},
+    {{"atomic", no_argument, nullptr, kAtomic}, kTakesImport},
+    {{"dry-run", no_argument, nullptr, kDryRun}, kTakesImport},
+    {{"batch", required_argument, nullptr, kBatch}, kTakesImport},
+};
+constexpr std::size_t kOptionCount = sizeof kOptions / sizeof kOptions[0];
+constexpr long kDefaultBatch = 10000;
+constexpr long kBatchMax = 1000000000;
+
+// The options a program takes, ended as getopt_long wants.
+using OptionTable = std::array<option, kOptionCount + 1>;
+OptionTable options_of(unsigned takes) {
+    OptionTable table{};
+    std::size_t n = 0;
+    for (const OptionOf &o : kOptions)
+        if (o.takes == kNoOptions || (o.takes & takes) != 0) table[n++] = o.spec;
+    return table;
+}
+
+// The value of --format or --batch; false when it is not one.
+bool read_value(int which, const char *value, Args &args) {
+    if (which == kFormat) {
+        args.attributes = std::strcmp(value, "attributes") == 0;
+        return args.attributes || std::strcmp(value, "lines") == 0;
+    }
+    char *end = nullptr;
+    errno = 0;
+    args.batch = std::strtol(value, &end, 10);
+    return *value != '\0' && *end == '\0' && errno == 0 && args.batch >= 1 && args.batch <= kBatchMax;
+}
 
 // The argument getopt_long refused, for the error line: "-x" for a short
-// option, else the element itself ("--frob", "--help=x").
+// option, else the element itself ("--frob", "--help=x", "--batch").
 void name_refused_option(char **argv, char *out, std::size_t size) {
     if (optopt > ' ' && optopt < 0x7F) {  // a short option; long ones give 0 or their value
         std::snprintf(out, size, "Option: -%c", optopt);
@@ -192,10 +271,11 @@ void name_refused_option(char **argv, char *out, std::size_t size) {
 int run(const Program &p, int argc, char **argv) {
     const char *prog = ext_BaseName(argv[0]);
     g_prog = prog;
-    bool count = false;
+    Args args{prog, argv, 0, nullptr, p.usage, false, false, false, false, false, kDefaultBatch};
+    const OptionTable table = options_of(p.takes);
     optind = 0;  // a fresh scan: qxadm may have scanned its own options
     opterr = 0;
-    for (int c; (c = getopt_long(argc, argv, "", p.count_option ? kOptions : kOptionsNoCount, nullptr)) != -1;) {
+    for (int c; (c = getopt_long(argc, argv, ":", table.data(), nullptr)) != -1;) {
         if (c == kHelp) {
             print_usage(stdout, p.usage, prog);
             std::printf("\n%s", p.summary);
@@ -205,15 +285,28 @@ int run(const Program &p, int argc, char **argv) {
             print_version(prog);
             return 0;
         }
-        if (c == kCount) {
-            count = true;
+        bool *flag = c == kCount         ? &args.count_option
+                     : c == kStopOnError ? &args.stop_on_error
+                     : c == kAtomic      ? &args.atomic
+                     : c == kDryRun      ? &args.dry_run
+                                         : nullptr;
+        if (flag) {
+            *flag = true;
             continue;
         }
+        const bool valued = c == kFormat || c == kBatch;
+        if (valued && read_value(c, optarg, args)) continue;
         char detail[kDetailSize];
-        name_refused_option(argv, detail, sizeof detail);
-        return usage_error(kUnknownOption, detail, p.usage, prog);
+        if (valued) {
+            std::snprintf(detail, sizeof detail, "Option: --%s=%.*s", c == kFormat ? "format" : "batch",
+                          static_cast<int>(sizeof detail) - 32, optarg);
+        } else {
+            name_refused_option(argv, detail, sizeof detail);
+        }
+        return usage_error(valued || c == ':' ? kBadOptionValue : kUnknownOption, detail, p.usage, prog);
     }
-    const Args args{prog, argv, argc - optind, argv + optind, count, p.usage};
+    args.count = argc - optind;
+    args.operands = argv + optind;
     volatile int status = 0;
     auto body = [&] { status = p.body(args); };
     if (!attempt(body)) return status;
@@ -253,7 +346,8 @@ int dispatch(int argc, char **argv) {
     g_prog = prog;
     optind = 0;
     opterr = 0;
-    for (int c; (c = getopt_long(argc, argv, "+", kOptionsNoCount, nullptr)) != -1;) {
+    const OptionTable table = options_of(kNoOptions);
+    for (int c; (c = getopt_long(argc, argv, "+", table.data(), nullptr)) != -1;) {
         if (c == kHelp) {
             print_usage(stdout, kUsageDispatch, prog);
             list_names(stdout);

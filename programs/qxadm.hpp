@@ -6,6 +6,7 @@
 //   home_files.cpp the home's files: written whole, checked for damage
 //   directory.cpp  the user directory (SQLite)
 //   users.cpp      qx-useradd, qx-usershow, qx-userdel, qx-userlist
+//   bulk.cpp       qx-import, qx-export, and the listing qx-userlist shares
 //   mailnodes.cpp  qx-defmnode, qx-pmn
 //   server.cpp     qx-inithome, qx-startcount, qx-checkinstall
 //   qxadm.cpp      options, dispatch by name, reports and exit statuses
@@ -57,6 +58,11 @@ constexpr Code kUnknownOption{100, 4768};
 constexpr Code kUnknownProgram{100, 4769};
 constexpr Code kNoProgram{100, 4770};
 constexpr Code kRecordNotWritten{100, 4771}; // a default mail node record that does not read back
+constexpr Code kStoredAlready{100, 4774};    // qx-import: a line's user is stored (a warning)
+constexpr Code kGivenBefore{100, 4775};      // qx-import: an earlier line names the same user (a warning)
+constexpr Code kInputUnreadable{100, 4776};  // qx-import: the input file, named in the detail
+constexpr Code kBadOptionValue{100, 4777};   // e.g. --format=xml, --batch=0
+constexpr Code kInterrupted{100, 4778};      // qx-import ended by SIGINT or SIGTERM
 constexpr Code kLockTimeOut{100, 8001};      // cl_GetCfgLock's wait ended
 constexpr Code kConfigShort{100, 4624};      // cl_ReadPMN: sys/config too short
 constexpr Code kOldConfigShort{102, 1420};   // cl_ReadDefMNode: sys/config too short
@@ -76,10 +82,13 @@ constexpr Code kUsageDefMNode{100, 4728};  // PROG [RECORD [MAILNODE]]
 constexpr Code kUsageNone{100, 4738};      // PROG
 constexpr Code kUsageCount{100, 4751};     // PROG [--count]
 constexpr Code kUsageHome{102, 1600};      // PROG [MAILNODE]
+constexpr Code kUsageImport{100, 4772};    // PROG [OPTION]... [FILE|-]
+constexpr Code kUsageExport{100, 4773};    // PROG [--format=lines|attributes]
 
 // Exit statuses the programs choose themselves (see kChosen); the others
 // are cl_SortAllErrors'.
 constexpr int kStatusIncomplete = 1;  // qx-checkinstall: not installed or not set up
+constexpr int kStatusRefused = 1;     // qx-import, qx-export: some lines or users were refused
 constexpr int kStatusUsage = 2;
 constexpr int kStatusLocked = 3;
 constexpr int kStatusExistsOrMissing = 100;
@@ -109,9 +118,11 @@ constexpr const char kSysdataName[] = "~/sys/sysdata";
 constexpr const char kDefMNodeName[] = "~/sys/defmnode";
 constexpr std::size_t kPrimaryNodeSize = 4 + 4 * (kUnitLen + 1) + 1;  // cl_ReadPMN: separators, units, NUL
 
-// Frees the configuration lock if this process holds it, without losing the
-// escape being handled.
+// Frees the configuration lock if this process holds it, and runs
+// g_cleanup when a program set one, without losing the escape being
+// handled.
 void release_lock_keeping_escape();
+extern void (*g_cleanup)();
 
 // State of one run, for the report at its end: the detail of a damaged file,
 // when the lock wait began, and what a changing program has done already.
@@ -128,8 +139,13 @@ struct Args {
     char **argv;       // the whole command line, argv[0] the invoked name
     int count;         // operands, after the options
     char **operands;
-    bool count_option;  // qx-startcount --count
     Code usage;
+    bool count_option;   // qx-startcount --count
+    bool attributes;     // --format=attributes (qx-import, qx-export)
+    bool dry_run;        // qx-import --dry-run
+    bool stop_on_error;  // qx-import --stop-on-error
+    bool atomic;         // qx-import --atomic
+    long batch;          // qx-import --batch=N: lines per transaction
     const char *arg(int i) const { return operands[i - 1]; }
 };
 
@@ -141,7 +157,11 @@ ccs_Descriptor *charset();  // the programs read and write UTF-8
 void user_key(const char *typed, char *key);       // key: kPackedSize bytes
 void mail_node_key(const char *typed, char *key);  // key: kPackedSize bytes
 bool sound_mail_node(const char *packed);
-void copy_display(const char *text, char *out);    // out: kDisplaySize bytes
+// A new user's name from its typed form or its attribute-list form
+// (ascii-encoded), checked as qx-useradd checks it. key: kPackedSize bytes,
+// display: kDisplaySize bytes.
+enum class NameForm { kTyped, kAttributes };
+void new_user(const char *text, NameForm form, char *key, char *display);
 void show_mail_node(const char *label, const char *packed);
 
 // The home's files (home_files.cpp).
@@ -157,7 +177,33 @@ void check_config_units(const std::array<int, 4> &at, bool empty_ok);
 void directory_add(const char *key, const char *display);
 void directory_find(const char *key, char *display);
 void directory_delete(const char *key, char *display);
-void directory_list(std::FILE *out);
+
+// Every user, in the order qx-userlist shows them: fn gets each row and
+// returns false to stop. fn must not escape (the database is open).
+struct UserRow {
+    const char *key;  // the packed name, not NUL-terminated
+    std::size_t key_len;
+    const char *display;
+};
+struct UserVisitor {
+    bool (*fn)(void *context, const UserRow &row);
+    void *context;
+};
+void directory_each(const UserVisitor &visit);
+
+// Bulk import: one session of the process, under the configuration lock.
+// bulk_begin opens the directory and a write transaction; bulk_add stores a
+// user unless the key is stored already (by an earlier line of this import
+// or before it); bulk_commit makes what was added so far durable and opens
+// the next transaction; bulk_end commits (keep) or rolls back and closes.
+// A failure rolls back the open transaction and closes before it raises.
+// bulk_abandon rolls back and closes whatever is open, raising nothing.
+enum class Added { kNew, kStored, kRepeated };
+void bulk_begin();
+Added bulk_add(const char *key, const char *display);
+void bulk_commit();
+void bulk_end(bool keep);
+void bulk_abandon();
 
 // A change to the server's data: under the configuration lock, with the
 // command line logged. An escape from work leaves the lock to the top level.
@@ -183,6 +229,13 @@ int primary_mail_node(const Args &a);
 int init_home(const Args &a);
 int start_count(const Args &a);
 int check_install(const Args &a);
+int import_users(const Args &a);
+int export_users(const Args &a);
+
+// Every user, one a line, in the order of the display texts: the display
+// text, or the attribute-list form. Status 0, or kStatusRefused when a
+// stored user could not be shown (reported).
+int print_users(NameForm form);
 
 }  // namespace qxadm
 

@@ -1,0 +1,345 @@
+// Bulk work on the user directory: qx-import, qx-export, and the listing
+// that qx-userlist shares with qx-export.
+//
+// qx-import reads one name a line and treats each as qx-useradd treats its
+// argument, under one configuration lock and one logged command line; rows
+// go in transactions of --batch lines. A refused line is reported as
+// FILE:LINE: and the import goes on (or stops, --stop-on-error). Input is
+// read a bounded line at a time and rows are stored as they come, so memory
+// does not grow with the input.
+//
+// An interrupt (SIGINT, SIGTERM) is noted by its handler and acted on
+// between lines: the open transaction is rolled back, the lock freed, the
+// summary written, and the process ends by the same signal. A kill leaves
+// the open transaction in SQLite's journal, which the next opening of the
+// directory rolls back; the lock, an fcntl lock, ends with the process.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+
+#include "mes.h"
+#include "qxadm.hpp"
+
+namespace qxadm {
+namespace {
+
+constexpr const char kSourceFile[] = "programs/bulk";
+
+// ---------------------------------------------------------------------------
+// Progress on a terminal: a line on stderr, rewritten at most every
+// kProgressEvery, while stderr is a terminal.
+
+constexpr double kProgressEvery = 0.25;  // seconds
+constexpr long kProgressCheck = 1024;    // lines between looks at the clock
+
+struct Progress {
+    bool on;
+    bool shown;
+    timespec began;
+    double last;
+    off_t total;  // bytes of the input when it is a regular file, else 0
+};
+Progress g_progress{};
+
+double since(const timespec &t) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec - t.tv_sec) + static_cast<double>(now.tv_nsec - t.tv_nsec) / 1e9;
+}
+
+void progress_start(std::FILE *in) {
+    g_progress = Progress{};
+    g_progress.on = isatty(STDERR_FILENO) == 1;
+    clock_gettime(CLOCK_MONOTONIC, &g_progress.began);
+    struct stat st {};
+    if (in && fstat(fileno(in), &st) == 0 && S_ISREG(st.st_mode)) g_progress.total = st.st_size;
+}
+
+void progress_clear() {
+    if (!g_progress.shown) return;
+    std::fputs("\r\033[K", stderr);
+    g_progress.shown = false;
+}
+
+// what: "lines" or "users"; done: how many so far; at: bytes of the input
+// read so far (0 when unknown).
+void progress_show(const char *what, long done, off_t at) {
+    if (!g_progress.on || done % kProgressCheck != 0) return;
+    const double t = since(g_progress.began);
+    if (t - g_progress.last < kProgressEvery) return;
+    g_progress.last = t;
+    const double rate = t > 0 ? static_cast<double>(done) / t : 0;
+    std::fprintf(stderr, "\r\033[K%s: %ld %s, %.0f/s", g_prog, done, what, rate);
+    if (g_progress.total > 0 && at > 0) {
+        const double part = static_cast<double>(at) / static_cast<double>(g_progress.total);
+        const long left = part > 0 ? std::lround(t / part - t) : 0;
+        std::fprintf(stderr, ", %.0f%%, %ld:%02ld left", part * 100, left / 60, left % 60);
+    }
+    g_progress.shown = true;
+}
+
+// ---------------------------------------------------------------------------
+// Input: bounded lines.
+
+// A line of the input: its text (without the newline and a CR before it),
+// or too_long when it held more than kTextMax bytes (the rest was skipped).
+struct Line {
+    char text[kTextMax + 2];  // kTextMax bytes, the newline, the terminator
+    long number;
+    bool too_long;
+};
+
+// Reads the next line into line; false at the end of the input or on a
+// read error (ferror tells).
+bool read_line(std::FILE *in, Line &line) {
+    if (!std::fgets(line.text, sizeof line.text, in)) return false;
+    ++line.number;
+    std::size_t n = std::strlen(line.text);
+    line.too_long = n == sizeof line.text - 1 && line.text[n - 1] != '\n';
+    if (line.too_long) {
+        char rest[256];
+        while (std::fgets(rest, sizeof rest, in) && rest[std::strlen(rest) - 1] != '\n') {
+        }
+    }
+    if (n > 0 && line.text[n - 1] == '\n') line.text[--n] = '\0';
+    if (n > 0 && line.text[n - 1] == '\r') line.text[--n] = '\0';
+    return true;
+}
+
+// Blank lines and lines that start with '#' hold no name.
+bool holds_no_name(const char *text) {
+    if (text[0] == '#') return true;
+    return text[std::strspn(text, " \t")] == '\0';
+}
+
+// The input being read, closed by finish_input or by the clean-up of a run
+// that failed.
+std::FILE *g_input = nullptr;
+
+void finish_input() {
+    if (g_input && g_input != stdin) std::fclose(g_input);
+    g_input = nullptr;
+}
+
+// Opens FILE, or standard input for "-" or no operand. A file that cannot
+// be opened is reported naming it.
+std::FILE *open_input(const char *name) {
+    if (!name || std::strcmp(name, "-") == 0) return stdin;
+    std::FILE *in = std::fopen(name, "re");
+    if (in) return in;
+    std::snprintf(g_detail, sizeof g_detail, "File: %.*s: %s", QX_PATH_MAX, name, std::strerror(errno));
+    QX_RAISE(kInputUnreadable);
+}
+
+// ---------------------------------------------------------------------------
+// Interrupts.
+
+volatile sig_atomic_t g_signal = 0;
+
+extern "C" void note_signal(int sig) { g_signal = sig; }
+
+// Without SA_RESTART, so that a read waiting on a pipe or a terminal
+// returns and the loop sees the interrupt.
+void catch_interrupts() {
+    struct sigaction sa {};
+    sa.sa_handler = note_signal;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+}
+
+// Ends the process by the signal that interrupted it, as its sender expects.
+[[noreturn]] void die_by(int sig) {
+    std::fflush(stdout);
+    ::signal(sig, SIG_DFL);
+    ::raise(sig);
+    _exit(128 + sig);
+}
+
+// ---------------------------------------------------------------------------
+// The import.
+
+struct Counts {
+    long added;      // committed
+    long pending;    // added in the open transaction
+    long unkept;     // added, then rolled back at the end (--dry-run, --atomic)
+    long refused;
+    long duplicate;
+};
+
+// "FILE:LINE: E100-8004 text" for one line of the input.
+void report_line(const char *source, long number, Code code) {
+    progress_clear();
+    char message[2048];  // a catalogue text; longer ones are cut
+    mes_GetAnyErMsg(code.group, code.reason, message, sizeof message);
+    std::size_t n = std::strlen(message);
+    while (n > 0 && message[n - 1] == '\n') message[--n] = '\0';
+    std::fprintf(stderr, "%s:%ld: %s %s\n", source, number, mes_GetErrMsgPrefix(code.group, code.reason), message);
+}
+
+struct Import {
+    const Args &args;
+    std::FILE *in;
+    const char *source;  // the input's name in reports
+    Counts counts;
+    bool read_failed;
+    bool stopped;  // --stop-on-error met a refused line
+};
+
+// Whether what was added may be kept at the end.
+bool keeps(const Import &im) {
+    if (g_signal || im.read_failed || im.args.dry_run) return false;
+    return !(im.args.atomic && im.counts.refused > 0);
+}
+
+// One line that holds a name: converted and checked (an escape refuses the
+// line), then stored unless its user is.
+void import_line(Import &im, const Line &line) {
+    static char key[kPackedSize];
+    static char display[kDisplaySize];
+    const NameForm form = im.args.attributes ? NameForm::kAttributes : NameForm::kTyped;
+    auto check = [&] {
+        if (line.too_long) QX_RAISE(kNameTooLong);
+        new_user(line.text, form, key, display);
+    };
+    if (attempt(check)) {
+        report_line(im.source, line.number, Code{er_GetGroup(), er_GetReason()});
+        er_Clear();
+        ++im.counts.refused;
+        im.stopped = im.args.stop_on_error;
+        return;
+    }
+    switch (bulk_add(key, display)) {
+    case Added::kNew: ++im.counts.pending; return;
+    case Added::kStored: report_line(im.source, line.number, kStoredAlready); break;
+    case Added::kRepeated: report_line(im.source, line.number, kGivenBefore); break;
+    }
+    ++im.counts.duplicate;
+}
+
+// Transactions of --batch lines, unless nothing may be kept before the end.
+void commit_if_due(Import &im) {
+    if (im.args.atomic || im.args.dry_run || im.counts.pending < im.args.batch) return;
+    bulk_commit();
+    im.counts.added += im.counts.pending;
+    im.counts.pending = 0;
+}
+
+void import_all(Import &im) {
+    static Line line;
+    line.number = 0;
+    catch_interrupts();
+    bulk_begin();
+    progress_start(im.in);
+    while (!g_signal && !im.stopped && read_line(im.in, line)) {
+        if (!holds_no_name(line.text)) {
+            import_line(im, line);
+            commit_if_due(im);
+        }
+        progress_show("lines", line.number, g_progress.total ? ftello(im.in) : 0);
+    }
+    im.read_failed = std::ferror(im.in) && !g_signal;
+    progress_clear();
+    const bool keep = keeps(im);
+    bulk_end(keep);
+    (keep ? im.counts.added : im.counts.unkept) += im.counts.pending;
+    im.counts.pending = 0;
+}
+
+void print_summary(const Import &im) {
+    const Counts &c = im.counts;
+    if (c.unkept == 0 || c.added > 0) {
+        std::printf("Added: %ld, refused: %ld, duplicate: %ld.\n", c.added, c.refused, c.duplicate);
+    } else {
+        std::printf("Checked: %ld to add, %ld refused, %ld duplicate; nothing was stored.\n", c.unkept, c.refused,
+                    c.duplicate);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// The listing.
+
+struct Listing {
+    NameForm form;
+    long shown;
+    long failed;
+};
+
+// One user: its display text, or its attribute-list form. A stored key
+// that does not format is reported with the user's display text and left
+// out. Stops once standard output has failed (main reports it).
+bool list_user(void *context, const UserRow &row) {
+    Listing &l = *static_cast<Listing *>(context);
+    static char key[kPackedSize];
+    const char *text = row.display;
+    if (l.form == NameForm::kAttributes) {
+        const char *attributes = nullptr;
+        auto format = [&] {
+            if (row.key_len >= sizeof key) QX_RAISE(kDirectoryDamaged);
+            std::memcpy(key, row.key, row.key_len);
+            key[row.key_len] = '\0';
+            attributes = cl_FormatAsciiEncoded(key);
+        };
+        if (attempt(format)) {
+            progress_clear();
+            char detail[kDetailSize];
+            std::snprintf(detail, sizeof detail, "User: %.*s", static_cast<int>(sizeof detail) - 16, row.display);
+            cl_DisplayError(er_GetGroup(), er_GetReason(), g_prog, detail);
+            er_Clear();
+            ++l.failed;
+            return true;
+        }
+        text = attributes;
+    }
+    std::fputs(text, stdout);
+    std::putchar('\n');
+    progress_show("users", ++l.shown, 0);
+    return !std::ferror(stdout);
+}
+
+void close_input_keeping_escape() { guarded_release([] { finish_input(); }); }
+
+}  // namespace
+
+// qx-import [FILE|-]
+int import_users(const Args &a) {
+    need(a, a.count <= 1);
+    const char *name = a.count == 1 ? a.arg(1) : "-";
+    g_input = open_input(name);
+    g_cleanup = close_input_keeping_escape;
+    Import im{a, g_input, std::strcmp(name, "-") == 0 ? "(standard input)" : name, Counts{}, false, false};
+    under_lock(a, [&] { import_all(im); });
+    finish_input();
+    print_summary(im);
+    if (g_signal) {
+        cl_DisplayError(kInterrupted.group, kInterrupted.reason, a.prog, nullptr);
+        die_by(g_signal);
+    }
+    if (im.read_failed) {
+        std::snprintf(g_detail, sizeof g_detail, "File: %.*s", QX_PATH_MAX, im.source);
+        QX_RAISE(kInputUnreadable);
+    }
+    return im.counts.refused > 0 ? kStatusRefused : 0;
+}
+
+// Every user, one a line, in the order of the display texts.
+int print_users(NameForm form) {
+    Listing listing{form, 0, 0};
+    progress_start(nullptr);
+    directory_each(UserVisitor{list_user, &listing});
+    progress_clear();
+    return listing.failed > 0 ? kStatusRefused : 0;
+}
+
+// qx-export [--format=lines|attributes]
+int export_users(const Args &a) {
+    need(a, a.count == 0);
+    return print_users(a.attributes ? NameForm::kAttributes : NameForm::kTyped);
+}
+
+}  // namespace qxadm
