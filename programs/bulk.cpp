@@ -17,7 +17,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cmath>
 #include <cstring>
 #include <ctime>
@@ -66,16 +68,17 @@ void progress_clear() {
     g_progress.shown = false;
 }
 
-// what: "lines" or "users"; done: how many so far; at: bytes of the input
-// read so far (0 when unknown).
-void progress_show(const char *what, long done, off_t at) {
+// what: "lines" or "users"; done: how many so far; in: the input, whose
+// position tells how far it is read when its size is known.
+void progress_show(const char *what, long done, std::FILE *in) {
     if (!g_progress.on || done % kProgressCheck != 0) return;
     const double t = since(g_progress.began);
     if (t - g_progress.last < kProgressEvery) return;
     g_progress.last = t;
     const double rate = t > 0 ? static_cast<double>(done) / t : 0;
     std::fprintf(stderr, "\r\033[K%s: %ld %s, %.0f/s", g_prog, done, what, rate);
-    if (g_progress.total > 0 && at > 0) {
+    const off_t at = in && g_progress.total > 0 ? ftello(in) : 0;
+    if (at > 0) {
         const double part = static_cast<double>(at) / static_cast<double>(g_progress.total);
         const long left = part > 0 ? std::lround(t / part - t) : 0;
         std::fprintf(stderr, ", %.0f%%, %ld:%02ld left", part * 100, left / 60, left % 60);
@@ -170,6 +173,7 @@ struct Counts {
     long unkept;     // added, then rolled back at the end (--dry-run, --atomic)
     long refused;
     long duplicate;
+    long txn_lines;  // lines checked since the last commit, refused ones included
 };
 
 // "FILE:LINE: E100-8004 text" for one line of the input.
@@ -181,6 +185,38 @@ void report_line(const char *source, long number, Code code) {
     while (n > 0 && message[n - 1] == '\n') message[--n] = '\0';
     std::fprintf(stderr, "%s:%ld: %s %s\n", source, number, mes_GetErrMsgPrefix(code.group, code.reason), message);
 }
+
+// A run: the lines read since the last store, kept until the run is stored
+// in the order of their keys. Rows stored in key order touch each page of
+// the directory's key index once per run, in order, where rows stored in
+// the order of the input touch its pages at random; that is most of an
+// import's time once the index outgrows SQLite's page cache. A refused
+// line is kept too, as its code, so that every line's report comes out in
+// the order of the input when the run is stored.
+//
+// Bounds: at most kRunLines lines; keys and display texts in kArenaSize
+// bytes, which hold at least one line at its largest.
+constexpr std::size_t kRunLines = 1u << 17;
+constexpr std::size_t kArenaSize = 16u << 20;
+static_assert(kArenaSize >= kRunLines * 64 && kArenaSize > kPackedSize + kDisplaySize);
+
+struct RunLine {
+    long number;
+    std::uint32_t key;      // offset in the arena; the display text follows the key's NUL
+    std::uint32_t key_len;
+    Code refused;           // {0, 0} for a line to store
+};
+
+struct Run {
+    RunLine lines[kRunLines];
+    std::uint32_t order[kRunLines];  // lines to store, by key, then by line
+    char arena[kArenaSize];
+    std::size_t used;
+    std::size_t count;
+};
+Run g_run;
+
+bool run_full() { return g_run.count == kRunLines || kArenaSize - g_run.used < kPackedSize + kDisplaySize; }
 
 struct Import {
     const Args &args;
@@ -197,53 +233,97 @@ bool keeps(const Import &im) {
     return !(im.args.atomic && im.counts.refused > 0);
 }
 
-// One line that holds a name: converted and checked (an escape refuses the
-// line), then stored unless its user is.
-void import_line(Import &im, const Line &line) {
-    static char key[kPackedSize];
-    static char display[kDisplaySize];
+// One line that holds a name: converted and checked into the run's arena
+// (an escape refuses the line).
+void check_line(Import &im, const Line &line) {
+    RunLine &r = g_run.lines[g_run.count++];
+    r = RunLine{line.number, static_cast<std::uint32_t>(g_run.used), 0, Code{0, 0}};
+    char *key = g_run.arena + g_run.used;
     const NameForm form = im.args.attributes ? NameForm::kAttributes : NameForm::kTyped;
     auto check = [&] {
         if (line.too_long) QX_RAISE(kNameTooLong);
+        char display[kDisplaySize];
         new_user(line.text, form, key, display);
+        const std::size_t key_len = std::strlen(key);
+        const std::size_t display_len = std::strlen(display);
+        std::memcpy(key + key_len + 1, display, display_len + 1);
+        r.key_len = static_cast<std::uint32_t>(key_len);
+        g_run.used += key_len + display_len + 2;
     };
     if (attempt(check)) {
-        report_line(im.source, line.number, Code{er_GetGroup(), er_GetReason()});
+        r.refused = Code{er_GetGroup(), er_GetReason()};
         er_Clear();
         ++im.counts.refused;
         im.stopped = im.args.stop_on_error;
-        return;
     }
-    switch (bulk_add(key, display)) {
-    case Added::kNew: ++im.counts.pending; return;
-    case Added::kStored: report_line(im.source, line.number, kStoredAlready); break;
-    case Added::kRepeated: report_line(im.source, line.number, kGivenBefore); break;
-    }
-    ++im.counts.duplicate;
+    ++im.counts.txn_lines;
 }
 
-// Transactions of --batch lines, unless nothing may be kept before the end.
-void commit_if_due(Import &im) {
-    if (im.args.atomic || im.args.dry_run || im.counts.pending < im.args.batch) return;
+bool key_before(std::uint32_t a, std::uint32_t b) {
+    const RunLine &x = g_run.lines[a];
+    const RunLine &y = g_run.lines[b];
+    const int c = std::memcmp(g_run.arena + x.key, g_run.arena + y.key, std::min(x.key_len, y.key_len) + 1);
+    return c != 0 ? c < 0 : x.number < y.number;
+}
+
+// Stores the run's good lines in key order, then reports its lines in the
+// order of the input. Of lines that name one user, the first stores it.
+void store_run(Import &im) {
+    static Code outcome[kRunLines];
+    std::size_t n = 0;
+    for (std::size_t i = 0; i < g_run.count; ++i) {
+        outcome[i] = g_run.lines[i].refused;
+        if (outcome[i].group == 0) g_run.order[n++] = static_cast<std::uint32_t>(i);
+    }
+    std::sort(g_run.order, g_run.order + n, key_before);
+    for (std::size_t k = 0; k < n; ++k) {
+        const std::uint32_t i = g_run.order[k];
+        const char *key = g_run.arena + g_run.lines[i].key;
+        switch (bulk_add(key, key + g_run.lines[i].key_len + 1)) {
+        case Added::kNew: ++im.counts.pending; break;
+        case Added::kStored: outcome[i] = kStoredAlready; break;
+        case Added::kRepeated: outcome[i] = kGivenBefore; break;
+        }
+    }
+    for (std::size_t i = 0; i < g_run.count; ++i) {
+        if (outcome[i].group == 0) continue;
+        report_line(im.source, g_run.lines[i].number, outcome[i]);
+        if (g_run.lines[i].refused.group == 0) ++im.counts.duplicate;
+    }
+    g_run.count = 0;
+    g_run.used = 0;
+}
+
+// Stores the run when it is full or holds the rest of a transaction, and
+// commits every --batch lines unless nothing may be kept before the end.
+void store_if_due(Import &im) {
+    const bool batch_due = im.counts.txn_lines >= im.args.batch;
+    if (!run_full() && !batch_due) return;
+    store_run(im);
+    if (!batch_due || im.args.atomic || im.args.dry_run) return;
     bulk_commit();
     im.counts.added += im.counts.pending;
     im.counts.pending = 0;
+    im.counts.txn_lines = 0;
 }
 
 void import_all(Import &im) {
     static Line line;
     line.number = 0;
+    g_run.count = 0;
+    g_run.used = 0;
     catch_interrupts();
     bulk_begin();
     progress_start(im.in);
     while (!g_signal && !im.stopped && read_line(im.in, line)) {
         if (!holds_no_name(line.text)) {
-            import_line(im, line);
-            commit_if_due(im);
+            check_line(im, line);
+            store_if_due(im);
         }
-        progress_show("lines", line.number, g_progress.total ? ftello(im.in) : 0);
+        progress_show("lines", line.number, im.in);
     }
     im.read_failed = std::ferror(im.in) && !g_signal;
+    if (!g_signal && !im.read_failed) store_run(im);
     progress_clear();
     const bool keep = keeps(im);
     bulk_end(keep);
@@ -298,7 +378,7 @@ bool list_user(void *context, const UserRow &row) {
     }
     std::fputs(text, stdout);
     std::putchar('\n');
-    progress_show("users", ++l.shown, 0);
+    progress_show("users", ++l.shown, nullptr);
     return !std::ferror(stdout);
 }
 

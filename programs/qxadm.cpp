@@ -230,7 +230,7 @@ constexpr OptionOf kOptions[] = {
     {{"batch", required_argument, nullptr, kBatch}, kTakesImport},
 };
 constexpr std::size_t kOptionCount = sizeof kOptions / sizeof kOptions[0];
-constexpr long kDefaultBatch = 10000;
+constexpr long kDefaultBatch = 100000;
 constexpr long kBatchMax = 1000000000;
 
 // The options a program takes, ended as getopt_long wants.
