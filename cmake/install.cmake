@@ -7,6 +7,10 @@
 #   find_package(cl REQUIRED)  ...  target_link_libraries(app PRIVATE cl::cl)
 # or
 #   cc app.c $(pkg-config --cflags --libs cl)
+# and may compile as strict C99 (-std=c99): both routes define _DEFAULT_SOURCE,
+# which gives cl_escape.h the POSIX sigjmp_buf. The program built through
+# pkg-config finds the libraries at run time through the rpath its Libs carry;
+# CMake gives the program it builds its own.
 include(CMakePackageConfigHelpers)
 
 set(CL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/cl)
@@ -24,6 +28,11 @@ file(GLOB cl_platform_headers ${PROJECT_SOURCE_DIR}/platform/*.h)
 install(FILES ${cl_platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qx)
 
 # CMake package: cl::cl, with the platform libraries as cl::qx_<prefix>.
+# Strict C (-std=c99) hides POSIX, and with it the sigjmp_buf of er.h and
+# cl_escape.h; _DEFAULT_SOURCE gives back the C library's default set, which a
+# gnu99 or C++ consumer has anyway. Installed consumers only: the tree's own
+# programs are C++.
+target_compile_definitions(cl INTERFACE $<INSTALL_INTERFACE:_DEFAULT_SOURCE>)
 install(EXPORT clTargets NAMESPACE cl:: DESTINATION ${CL_CMAKE_DIR})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/clConfig.cmake.in
   ${PROJECT_BINARY_DIR}/clConfig.cmake INSTALL_DESTINATION ${CL_CMAKE_DIR})
@@ -34,7 +43,10 @@ install(FILES ${PROJECT_BINARY_DIR}/clConfig.cmake ${PROJECT_BINARY_DIR}/clConfi
 
 # pkg-config: every platform library is named, since a program that catches
 # escapes calls the error library itself. The prefix is found from the file's
-# own place, so an install under any --prefix or DESTDIR works.
+# own place, so an install under any --prefix or DESTDIR works. Cflags define
+# _DEFAULT_SOURCE as the CMake package does; Libs carry an rpath to the
+# library directory, so a program built against a prefix that the dynamic
+# linker does not search ($HOME/.local) runs without LD_LIBRARY_PATH.
 file(RELATIVE_PATH CL_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
 string(REGEX REPLACE "/$" "" CL_PC_TO_PREFIX "${CL_PC_TO_PREFIX}")
 set(CL_PC_LIBS "-lcl")

@@ -11,8 +11,10 @@
  * handler reads must be volatile, and (in C++) no object with a destructor
  * may live across a call that can escape.
  *
- * In C (sigjmp_buf needs POSIX: define _POSIX_C_SOURCE to 200809L or
- * _GNU_SOURCE before any system header when compiling with -std=c99):
+ * In C (sigjmp_buf is POSIX, which -std=c99 hides: the flags of pkg-config
+ * and of the CMake target cl::cl define _DEFAULT_SOURCE; a program compiled
+ * without them defines _DEFAULT_SOURCE or _POSIX_C_SOURCE 200809L itself,
+ * before any system header):
  *
  *     cl_Block block;
  *     CL_TRY(block) {
