@@ -18,7 +18,7 @@
  *
  *     cl_Block block;
  *     CL_TRY(block) {
- *         cl_ConvCltoORN(text, tf, 0, descriptor, 0);
+ *         cl_ConvCltoORN(text, tf, 0, 0, descriptor);
  *     } CL_CATCH(block) {
  *         status = cl_SortAllErrors(argv[0]);  // shows it, clears it
  *     } CL_END_TRY(block);

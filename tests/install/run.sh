@@ -35,7 +35,7 @@ for h in er nm ccs; do [ -f "$prefix/include/qx/$h.h" ] || fail "include/qx/$h.h
 
 # Programs, their links, the man page under every name.
 [ -x "$prefix/bin/qxadm" ] || fail "bin/qxadm"
-for name in qx-inithome qx-useradd qx-usershow qx-userlist qx-userdel qx-defmnode qx-pmn qx-startcount qx-checkinstall; do
+for name in qx-inithome qx-useradd qx-usershow qx-userlist qx-userdel qx-defmnode qx-pmn qx-startcount qx-checkinstall qx-import qx-export; do
   [ "$(readlink "$prefix/bin/$name")" = qxadm ] || fail "bin/$name is not a link to qxadm"
   [ -e "$prefix/share/man/man1/$name.1" ] || fail "man page $name.1"
 done
