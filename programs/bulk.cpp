@@ -129,14 +129,24 @@ void finish_input() {
     g_input = nullptr;
 }
 
+[[noreturn]] void raise_unreadable(const char *name, int err) {
+    std::snprintf(g_detail, sizeof g_detail, "File: %.*s: %s", QX_PATH_MAX, name, std::strerror(err));
+    QX_RAISE(kInputUnreadable);
+}
+
 // Opens FILE, or standard input for "-" or no operand. A file that cannot
 // be opened is reported naming it.
 std::FILE *open_input(const char *name) {
     if (!name || std::strcmp(name, "-") == 0) return stdin;
     std::FILE *in = std::fopen(name, "re");
+    struct stat st {};
+    if (in && fstat(fileno(in), &st) == 0 && S_ISDIR(st.st_mode)) {
+        std::fclose(in);
+        in = nullptr;
+        errno = EISDIR;
+    }
     if (in) return in;
-    std::snprintf(g_detail, sizeof g_detail, "File: %.*s: %s", QX_PATH_MAX, name, std::strerror(errno));
-    QX_RAISE(kInputUnreadable);
+    raise_unreadable(name, errno);
 }
 
 // ---------------------------------------------------------------------------
@@ -173,7 +183,7 @@ struct Counts {
     long unkept;     // added, then rolled back at the end (--dry-run, --atomic)
     long refused;
     long duplicate;
-    long txn_lines;  // lines checked since the last commit, refused ones included
+    long txn_lines;  // lines checked since the last batch ended, refused ones included
 };
 
 // "FILE:LINE: E100-8004 text" for one line of the input.
@@ -223,13 +233,13 @@ struct Import {
     std::FILE *in;
     const char *source;  // the input's name in reports
     Counts counts;
-    bool read_failed;
+    int read_error;  // errno of a read that failed, else 0
     bool stopped;  // --stop-on-error met a refused line
 };
 
 // Whether what was added may be kept at the end.
 bool keeps(const Import &im) {
-    if (g_signal || im.read_failed || im.args.dry_run) return false;
+    if (g_signal || im.read_error || im.args.dry_run) return false;
     return !(im.args.atomic && im.counts.refused > 0);
 }
 
@@ -300,11 +310,12 @@ void store_if_due(Import &im) {
     const bool batch_due = im.counts.txn_lines >= im.args.batch;
     if (!run_full() && !batch_due) return;
     store_run(im);
-    if (!batch_due || im.args.atomic || im.args.dry_run) return;
+    if (!batch_due) return;
+    im.counts.txn_lines = 0;
+    if (im.args.atomic || im.args.dry_run) return;
     bulk_commit();
     im.counts.added += im.counts.pending;
     im.counts.pending = 0;
-    im.counts.txn_lines = 0;
 }
 
 void import_all(Import &im) {
@@ -322,8 +333,8 @@ void import_all(Import &im) {
         }
         progress_show("lines", line.number, im.in);
     }
-    im.read_failed = std::ferror(im.in) && !g_signal;
-    if (!g_signal && !im.read_failed) store_run(im);
+    if (std::ferror(im.in) && !g_signal) im.read_error = errno != 0 ? errno : EIO;
+    if (!g_signal && !im.read_error) store_run(im);
     progress_clear();
     const bool keep = keeps(im);
     bulk_end(keep);
@@ -392,7 +403,7 @@ int import_users(const Args &a) {
     const char *name = a.count == 1 ? a.arg(1) : "-";
     g_input = open_input(name);
     g_cleanup = close_input_keeping_escape;
-    Import im{a, g_input, std::strcmp(name, "-") == 0 ? "(standard input)" : name, Counts{}, false, false};
+    Import im{a, g_input, std::strcmp(name, "-") == 0 ? "(standard input)" : name, Counts{}, 0, false};
     under_lock(a, [&] { import_all(im); });
     finish_input();
     print_summary(im);
@@ -400,10 +411,7 @@ int import_users(const Args &a) {
         cl_DisplayError(kInterrupted.group, kInterrupted.reason, a.prog, nullptr);
         die_by(g_signal);
     }
-    if (im.read_failed) {
-        std::snprintf(g_detail, sizeof g_detail, "File: %.*s", QX_PATH_MAX, im.source);
-        QX_RAISE(kInputUnreadable);
-    }
+    if (im.read_error) raise_unreadable(im.source, im.read_error);
     return im.counts.refused > 0 ? kStatusRefused : 0;
 }
 

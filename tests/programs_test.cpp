@@ -10,10 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -25,8 +29,9 @@ extern char **environ;
 
 namespace {
 
-const std::vector<std::string> kNames = {"qx-inithome", "qx-useradd",  "qx-usershow",   "qx-userlist",    "qx-userdel",
-                                         "qx-defmnode", "qx-pmn",      "qx-startcount", "qx-checkinstall"};
+const std::vector<std::string> kNames = {"qx-inithome", "qx-useradd",    "qx-usershow",     "qx-userlist",
+                                         "qx-userdel",  "qx-defmnode",   "qx-pmn",          "qx-startcount",
+                                         "qx-checkinstall", "qx-import", "qx-export"};
 const std::string kDamaged = " : E100-4766 A file of the server home is damaged; it was not shown.\n  File: ";
 const std::string kUnknownOption = " : E100-4768 An option is not known.\n  Option: ";
 
@@ -44,10 +49,10 @@ struct Step {
     std::string out, err;
 };
 
-// Starts a program of the build, its output into files, with the descriptor
-// check preloaded; returns the pid.
+// Starts a program of the build, its output into files (its input from one
+// when in is given), with the descriptor check preloaded; returns the pid.
 pid_t start(const std::string &program, const std::vector<std::string> &args, const std::string &out,
-            const std::string &err) {
+            const std::string &err, const std::string &in = "") {
     std::string path = program.find('/') == std::string::npos ? std::string(QX_PROGRAM_DIR) + "/" + program : program;
     std::vector<std::string> env = {"LD_PRELOAD=" QX_FDCHECK};
     const char *asan = getenv("ASAN_OPTIONS");  // the check is loaded before a sanitizer's runtime
@@ -63,6 +68,7 @@ pid_t start(const std::string &program, const std::vector<std::string> &args, co
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (!in.empty()) posix_spawn_file_actions_addopen(&actions, 0, in.c_str(), O_RDONLY, 0);
     pid_t pid = -1;
     int rc = posix_spawn(&pid, path.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
@@ -84,10 +90,10 @@ class Programs : public ::testing::Test {
 protected:
     // out_path: where standard output goes instead of a scratch file.
     Result run(const std::string &program, const std::vector<std::string> &args = {},
-               const std::string &out_path = "") {
+               const std::string &out_path = "", const std::string &in_path = "") {
         const std::string out = out_path.empty() ? scratch_ + "/out" : out_path, err = scratch_ + "/err";
         Result r;
-        r.status = wait_status(start(program, args, out, err));
+        r.status = wait_status(start(program, args, out, err, in_path));
         if (out_path.empty()) r.out = slurp(out);
         r.err = slurp(err);
         EXPECT_EQ(r.err.find("fdcheck:"), std::string::npos) << program << ": " << r.err;
@@ -106,12 +112,14 @@ protected:
         Result r = run("qx-inithome", {mail_node});
         ASSERT_EQ(r.status, 0) << r.err;
     }
-    // Every row of the user directory as "<packed name shown>=<display>@<added>".
-    std::vector<std::string> rows() {
+    // Every row of the user directory (of home_, or of the home at home) as
+    // "<packed name shown>=<display>@<added>".
+    std::vector<std::string> rows(const std::string &home = "") {
         std::vector<std::string> out;
         sqlite3 *db = nullptr;
         sqlite3_stmt *st = nullptr;
-        if (sqlite3_open_v2(home_.file("sys/users.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        const std::string path = (home.empty() ? home_.path() : home) + "/sys/users.db";
+        if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
             sqlite3_prepare_v2(db, "SELECT name, display, added FROM users ORDER BY name", -1, &st, nullptr) ==
                 SQLITE_OK) {
             while (sqlite3_step(st) == SQLITE_ROW)
@@ -189,7 +197,7 @@ TEST_F(Programs, HelpVersionAndUsageErrors) {
     Result r = run(link, {"x"});
     EXPECT_EQ(r.status, 2);
     EXPECT_EQ(r.err.rfind("qx-inithome, qx-useradd, ", 0), 0u) << r.err;
-    EXPECT_NE(r.err.find("qx-checkinstall, qxadm?\nqx-bogus : E100-4769 "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("qx-export, qxadm?\nqx-bogus : E100-4769 "), std::string::npos) << r.err;
 }
 
 // Setting up a home writes its files once, with their modes; the mail nodes
@@ -455,6 +463,203 @@ TEST_F(Programs, FailuresAreReportedWithTheirStatus) {
            "  Waited 2 seconds for the configuration lock.\n"}});
     unsetenv("CL_CFGLOCK_WAIT");
     close(fd);
+    EXPECT_EQ(rows().size(), 1u);
+}
+
+// qx-import reports every refused or duplicate line as FILE:LINE: in the
+// order of the input, stores the good ones under one logged command line,
+// and the options decide what is kept.
+TEST_F(Programs, ImportReportsLinesAndOptionsDecideWhatIsKept) {
+    init_home();
+    ASSERT_EQ(run("qx-useradd", {"John Smith/Sales,London"}).status, 0);
+    const std::string file = scratch_ + "/names.txt";
+    testkit::write_file(file,
+                        "# users of Sales\n"
+                        "Ann Lee/Sales,London/organization=Acme\r\n"
+                        "\n \t\n"
+                        "John Smith/Sales,London/\n"                               // 5: stored, typed otherwise
+                        "Ann Lee/Customer_Relations_and_Support_Europe,London\n"  // 6
+                        "Bo Ek/Sales,London\n"
+                        "Ann Lee/Sales,London/organization=Acme\n"  // 8: as line 2
+                        + std::string(5000, 'a') + "\n"              // 9
+                        "Cy Fox/Sales/colour=red\n"                  // 10
+                        "Di Gu/Sales,London");                       // no newline at the end
+    const std::string report = file + ":5: W100-4774 The user is stored already; the line was skipped.\n" +
+                               file + ":6: E100-8004 An organizational unit is longer than 32 characters.\n" +
+                               file + ":8: W100-4775 An earlier line names the same user; the line was skipped.\n" +
+                               file + ":9: E100-9801 The name part is longer than 4095 characters.\n" + file +
+                               ":10: E100-4634 Unknown attribute name.\n";
+    const std::string eight = "Ann Lee/Sales,London/organization=Acme\nBo Ek/Sales,London\n";
+    testkit::write_file(scratch_ + "/good.txt", eight);
+
+    // What each option keeps: rows after the run, beside John's.
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string out, err;
+        std::size_t rows;
+    };
+    const std::string nothing = "; nothing was stored.\n";
+    for (const Case &c : std::vector<Case>{
+             {{"--dry-run", file}, 1, "Checked: 3 to add, 3 refused, 2 duplicate" + nothing, report, 1},
+             {{"--atomic", file}, 1, "Checked: 3 to add, 3 refused, 2 duplicate" + nothing, report, 1},
+             {{"--dry-run", scratch_ + "/good.txt"}, 0, "Checked: 2 to add, 0 refused, 0 duplicate" + nothing, "", 1},
+             {{"--stop-on-error", "--batch=1", file}, 1, "Added: 1, refused: 1, duplicate: 1.\n",
+              report.substr(0, report.find(":8:") - file.size()), 2},
+             {{file}, 1, "Added: 2, refused: 3, duplicate: 3.\n",  // Ann was added by --stop-on-error
+              file + ":2: W100-4774 The user is stored already; the line was skipped.\n" +
+                  std::regex_replace(report, std::regex(":8: .*"), ":8: W100-4774 The user is stored already; the line was skipped."),
+              4},
+         }) {
+        const std::string what = c.args.front();
+        Result r = run("qx-import", c.args);
+        EXPECT_EQ(r.status, c.status) << what << ": " << r.err;
+        EXPECT_EQ(r.out, c.out) << what;
+        EXPECT_EQ(r.err, c.err) << what;
+        EXPECT_EQ(rows().size(), c.rows) << what;
+    }
+    // Standard input, and --atomic with every line good.
+    Result r = run("qx-import", {"--atomic", "-"}, "", scratch_ + "/good.txt");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Added: 0, refused: 0, duplicate: 2.\n");
+    EXPECT_EQ(r.err, "(standard input):1: W100-4774 The user is stored already; the line was skipped.\n"
+                     "(standard input):2: W100-4774 The user is stored already; the line was skipped.\n");
+    // One logged command line for each run that took the lock: qx-useradd's
+    // and the five imports that stored or checked.
+    const std::string events = home_.read("log/events");
+    std::size_t logged = 0;
+    for (std::size_t at = 0; (at = events.find("qx-import", at)) != std::string::npos; ++at) ++logged;
+    EXPECT_EQ(logged, 6u);
+
+    const std::string import_usage =
+        "usage: qx-import [--format=lines|attributes] [--stop-on-error] [--atomic] [--dry-run] [--batch=N] [FILE|-]\n";
+    const std::string bad_value = " : E100-4777 The value of an option is not valid.\n  Option: ";
+    play({
+        {"qx-import", {"a", "b"}, 2, "", import_usage},
+        {"qx-import", {"--format=xml"}, 2, "", "qx-import" + bad_value + "--format=xml\n" + import_usage},
+        {"qx-import", {"--batch=0", file}, 2, "", "qx-import" + bad_value + "--batch=0\n"},
+        {"qx-import", {"--batch=12x", file}, 2, "", "qx-import" + bad_value + "--batch=12x\n"},
+        {"qx-import", {file, "--batch"}, 2, "", "qx-import" + bad_value + "--batch\n"},
+        {"qx-import", {"--count", file}, 2, "", "qx-import" + kUnknownOption + "--count\n"},
+        {"qx-import", {scratch_ + "/none"}, 100, "",
+         "qx-import : E100-4776 The input cannot be read.\n  File: " + scratch_ + "/none: No such file or directory\n"},
+        {"qx-import", {scratch_}, 100, "", "qx-import : E100-4776 The input cannot be read.\n  File: " + scratch_},
+        {"qx-export", {"x"}, 2, "", "usage: qx-export [--format=lines|attributes]\n"},
+        {"qx-export", {"--atomic"}, 2, "", "qx-export" + kUnknownOption + "--atomic\n"},
+    });
+    EXPECT_EQ(rows().size(), 4u);
+}
+
+// Export, then import into a fresh home, gives the same directory, byte for
+// byte, from either form; names use every field the programs accept.
+TEST_F(Programs, ExportThenImportGivesTheSameDirectory) {
+    init_home();
+    const std::string names =
+        "John Q. Smith Jr./Sales,London,Europe,HQ/organization=Acme/country=GB/admd=Mail/prmd=Corp/"
+        "commonName=Johnny/utf8Surname=Sm\u00EFth/utf8GivenName=J\u00F6hn/utf8Initials=Q/utf8Generation=Jr/"
+        "utf8Ou1=S\u00E4les/utf8Ou2=L\u00F6ndon/utf8Organization=\u00C4cme/utf8CommonName=J\u00F6hnny\n"
+        "Zoe Muller/Sales,London/organization=Acme/country=DE/utf8Surname=M\u00FCller\n"
+        "J.R.R. Gruteda/Research,Oxford/organization=A\\/B (Tales)/country=GB\n"
+        "Smith/Sales\n"
+        "Ann Lee/Support,Paris/utf8Surname=\u674E\n";
+    testkit::write_file(scratch_ + "/names.txt", names);
+    Result added = run("qx-import", {scratch_ + "/names.txt"});
+    ASSERT_EQ(added.status, 0) << added.err;
+    ASSERT_EQ(added.out, "Added: 5, refused: 0, duplicate: 0.\n");
+    auto keys = [this](const std::string &home) {
+        std::vector<std::string> out;
+        for (const std::string &row : rows(home)) out.push_back(row.substr(0, row.rfind('@')));
+        return out;
+    };
+    const std::vector<std::string> stored = keys("");
+    ASSERT_EQ(stored.size(), 5u);
+    const Result lines = run("qx-export");
+    const Result attributes = run("qx-export", {"--format=attributes"});
+    ASSERT_EQ(lines.status, 0);
+    ASSERT_EQ(attributes.status, 0);
+    EXPECT_EQ(lines.out, run("qx-userlist").out);
+    EXPECT_NE(attributes.out.find("utf8Surname=M~C3~BCller"), std::string::npos) << attributes.out;
+
+    for (const Result *form : {&lines, &attributes}) {
+        const bool attr = form == &attributes;
+        testkit::write_file(scratch_ + "/export.txt", form->out);
+        {
+            testkit::TempHome fresh;  // QX_HOME names it while it lives
+            init_home();
+            Result r = run("qx-import", {attr ? "--format=attributes" : "--format=lines", scratch_ + "/export.txt"});
+            EXPECT_EQ(r.out, "Added: 5, refused: 0, duplicate: 0.\n") << attr << r.err;
+            EXPECT_EQ(keys(fresh.path()), stored) << attr;
+            EXPECT_EQ(run("qx-export", {attr ? "--format=attributes" : "--format=lines"}).out, form->out) << attr;
+        }
+        setenv("QX_HOME", home_.path().c_str(), 1);
+    }
+}
+
+// Waits up to 20 s for done(); false if it never held.
+template <class Done>
+bool eventually(Done &&done) {
+    for (int i = 0; i < 2000; ++i) {
+        if (done()) return true;
+        usleep(10000);
+    }
+    return false;
+}
+
+// An interrupt between batches keeps the committed ones and rolls back the
+// open one; a kill under --atomic leaves the directory as it was, which the
+// next program finds rolled back. Either way the lock is free at once.
+TEST_F(Programs, InterruptedImportKeepsWhatWasCommitted) {
+    init_home();
+    ASSERT_EQ(run("qx-useradd", {"John Smith/Sales,London"}).status, 0);
+    const std::string fifo = scratch_ + "/names", out = scratch_ + "/import.out", err = scratch_ + "/import.err";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    // Batches of two: the first four lines are committed, the fifth waits
+    // in the open batch; under --atomic the first two are stored, uncommitted.
+    const std::string five = "Ann Lee/Sales\nBo Ek/Sales\nCy Fox/Sales\nDi Gu/Sales\nEd Ho/Sales\n";
+    setenv("CL_CFGLOCK_WAIT", "1", 1);  // a lock left held would fail the adds below
+
+    struct Case {
+        std::vector<std::string> options;
+        std::string lines;
+        int sig;
+        std::function<bool()> stored;  // the import has stored what it will before the signal
+        std::string out;
+    };
+    const std::string journal = home_.file("sys/users.db-journal");
+    for (const Case &c : std::vector<Case>{
+             {{"--batch=2"}, five, SIGINT, [&] { return rows().size() == 5; }, "Added: 4, refused: 0, duplicate: 0.\n"},
+             {{"--batch=2", "--atomic"}, five.substr(0, 26), SIGTERM, [&] { return access(journal.c_str(), F_OK) == 0; },
+              "Checked: 2 to add, 0 refused, 0 duplicate; nothing was stored.\n"},
+             {{"--batch=2", "--atomic"}, five.substr(0, 26), SIGKILL,
+              [&] { return access(journal.c_str(), F_OK) == 0; }, ""},
+         }) {
+        std::vector<std::string> args = c.options;
+        args.push_back(fifo);
+        const pid_t pid = start("qx-import", args, out, err);
+        const int fd = open(fifo.c_str(), O_WRONLY | O_CLOEXEC);  // waits for the import to open it
+        ASSERT_GE(fd, 0);
+        ASSERT_EQ(write(fd, c.lines.data(), c.lines.size()), static_cast<ssize_t>(c.lines.size()));
+        EXPECT_TRUE(eventually(c.stored)) << c.sig;
+        kill(pid, c.sig);
+        EXPECT_EQ(wait_status(pid), 128 + c.sig);
+        close(fd);
+        EXPECT_EQ(slurp(out), c.out) << c.sig;
+        if (c.sig != SIGKILL) {
+            EXPECT_EQ(slurp(err), "qx-import : E100-4778 The import was interrupted; the lines not yet committed "
+                                  "were not stored.\n\n")
+                << c.sig;
+        }
+        Result listed = run("qx-userlist");  // rolls back what a kill left in the journal
+        EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 5 - 4 * (c.sig != SIGINT)) << c.sig;
+        Result added = run("qx-useradd", {"Fay Gill/Sales"});
+        EXPECT_EQ(added.status, 0) << c.sig << added.err;
+        ASSERT_EQ(run("qx-userdel", {"Fay Gill/Sales"}).status, 0);
+        if (c.sig == SIGINT) {
+            for (const char *name : {"Ann Lee/Sales", "Bo Ek/Sales", "Cy Fox/Sales", "Di Gu/Sales"})
+                ASSERT_EQ(run("qx-userdel", {name}).status, 0) << name;
+        }
+    }
+    unsetenv("CL_CFGLOCK_WAIT");
     EXPECT_EQ(rows().size(), 1u);
 }
 
