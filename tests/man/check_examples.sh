@@ -5,9 +5,9 @@
 #
 # A display (.Bd -literal ... .Ed) of EXAMPLES is one of:
 #   - a whole program (it defines main): compiled alone;
-#   - file-scope code (it starts with "static", "#", "typedef" or
-#     "struct"): put before the function below, for instance the clean-up
-#     function a fragment hands to cl_GuardedCall;
+#   - file-scope code (it starts with "static", "#" or "typedef"): put
+#     before the function below, for instance the clean-up function a
+#     fragment hands to cl_GuardedCall;
 #   - a fragment: pasted, with the page's other fragments, into the body of
 #     int example(int argc, char **argv), so it may use argc and argv as a
 #     program's main would.
@@ -62,7 +62,7 @@ for f in "$pages"/*.3; do
       programs=$((programs + 1))
       cp "$d" "$scratch/program.$programs.c"
       compile "$scratch/program.$programs.c" "$page (program $programs)"
-    elif [[ $first =~ ^(static|#|typedef|struct) ]]; then
+    elif [[ $first =~ ^(static|#|typedef) ]]; then
       cat "$d" >>"$scratch/file_scope"
     else
       cat "$d" >>"$scratch/body"
