@@ -12,8 +12,8 @@
 #     int example(int argc, char **argv), so it may use argc and argv as a
 #     program's main would.
 # Fragments get the headers a program calling the library includes: the C
-# library's stdio.h, stdlib.h, string.h, signal.h, unistd.h, cl.h and
-# cl_escape.h, with _POSIX_C_SOURCE for sigjmp_buf.
+# library's signal.h, stdio.h, stdlib.h, string.h, time.h, unistd.h, then
+# cl.h and cl_escape.h, with _POSIX_C_SOURCE for sigjmp_buf.
 #   check_examples.sh PAGES_DIR CC INCLUDE_DIR PLATFORM_DIR
 set -uo pipefail
 pages=$1 cc=$2 include=$3 platform=$4
@@ -72,7 +72,7 @@ for f in "$pages"/*.3; do
   if [ -s "$scratch/body" ] || [ -s "$scratch/file_scope" ]; then
     {
       printf '%s\n' '#define _POSIX_C_SOURCE 200809L' '#include <signal.h>' '#include <stdio.h>' \
-        '#include <stdlib.h>' '#include <string.h>' '#include <unistd.h>' '#include "cl.h"' '#include "cl_escape.h"'
+        '#include <stdlib.h>' '#include <string.h>' '#include <time.h>' '#include <unistd.h>' '#include "cl.h"' '#include "cl_escape.h"'
       cat "$scratch/file_scope"
       echo 'int example(int argc, char **argv);'
       echo 'int example(int argc, char **argv) {'
