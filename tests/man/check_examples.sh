@@ -13,7 +13,8 @@
 #     program's main would.
 # Fragments get the headers a program calling the library includes: the C
 # library's signal.h, stdio.h, stdlib.h, string.h, time.h, unistd.h, then
-# cl.h and cl_escape.h, with _POSIX_C_SOURCE for sigjmp_buf.
+# cl.h, cl_escape.h and the headers of the page's own SYNOPSIS (.In), with
+# _POSIX_C_SOURCE for sigjmp_buf.
 #   check_examples.sh PAGES_DIR CC INCLUDE_DIR PLATFORM_DIR
 set -uo pipefail
 pages=$1 cc=$2 include=$3 platform=$4
@@ -73,6 +74,7 @@ for f in "$pages"/*.3; do
     {
       printf '%s\n' '#define _POSIX_C_SOURCE 200809L' '#include <signal.h>' '#include <stdio.h>' \
         '#include <stdlib.h>' '#include <string.h>' '#include <time.h>' '#include <unistd.h>' '#include "cl.h"' '#include "cl_escape.h"'
+      sed -n 's/^\.In[ \t]\{1,\}\([^ \t]*\).*/#include "\1"/p' "$f"
       cat "$scratch/file_scope"
       echo 'int example(int argc, char **argv);'
       echo 'int example(int argc, char **argv) {'
