@@ -4,6 +4,7 @@
 # library's headers, as a reader would paste it.
 #
 # A display (.Bd -literal ... .Ed) of EXAMPLES is one of:
+#   - a shell session (its first line starts with "$ "): not C, skipped;
 #   - a whole program (it defines main): compiled alone;
 #   - file-scope code (it starts with "static", "#" or "typedef"): put
 #     before the function below, for instance the clean-up function a
@@ -59,7 +60,9 @@ for f in "$pages"/*.3; do
        { n++; file = dir "/display." n; printf "%s", $0 > file; close(file) }' "$scratch/displays"
   for d in "$scratch"/display.*; do
     first=$(grep -m1 -v '^[[:space:]]*$' "$d")
-    if grep -Eq '(^|[^A-Za-z0-9_])main[[:space:]]*\(' "$d"; then
+    if [[ $first == '$ '* ]]; then
+      :
+    elif grep -Eq '(^|[^A-Za-z0-9_])main[[:space:]]*\(' "$d"; then
       programs=$((programs + 1))
       cp "$d" "$scratch/program.$programs.c"
       compile "$scratch/program.$programs.c" "$page (program $programs)"
