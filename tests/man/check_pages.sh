@@ -8,6 +8,8 @@
 #     library itself);
 #   - each page's .Dt is its file name in capitals, section 3;
 #   - every page is clean under `mandoc -T lint -W warning`;
+#   - the pages of libcl's functions give their LIBRARY section word for
+#     word as the overview cl.3 does;
 #   - every function page has the shared sections, in the shared order;
 #   - every .Xr to section 3 that names the library's own (a symbol above,
 #     any cl_ or CL_ name, or cl) leads to a page; the C library's pages
@@ -38,6 +40,11 @@ overview=(NAME LIBRARY SYNOPSIS DESCRIPTION "SEE ALSO")
 page_names() {
   awk '/^\.Sh[ \t]/ { in_name = ($0 ~ /^\.Sh[ \t]+NAME[ \t]*$/); next }
        in_name && /^\.Nm[ \t]/ { for (i = 2; i <= NF; i++) if ($i ~ /^[A-Za-z_][A-Za-z0-9_]*$/) print $i }' "$1"
+}
+
+# The body of a page's LIBRARY section.
+page_library() {
+  awk '/^\.Sh[ \t]/ { in_lib = ($0 ~ /^\.Sh[ \t]+LIBRARY[ \t]*$/); next } in_lib' "$1"
 }
 
 # The section titles of a page, one a line, as a reader sees them: quotes
@@ -114,6 +121,12 @@ for f in "${files[@]}"; do
   upper=$(tr '[:lower:]' '[:upper:]' <<<"$stem")
   dt=$(sed -n 's/^\.Dt[ \t]\{1,\}//p' "$f" | head -1)
   [ "$dt" = "$upper 3" ] || problem "$page: .Dt is '$dt', not '$upper 3'"
+
+  # libcl's pages name the library as the overview does.
+  if [ "$stem" != cl ] && [ -f "$pages/cl.3" ] && grep -qx "$stem" "$scratch/exported" \
+     && [ "$(page_library "$f")" != "$(page_library "$pages/cl.3")" ]; then
+    problem "$page: its LIBRARY section is not the overview's: $(page_library "$f" | paste -sd ' ')"
+  fi
 
   # mandoc's lint, warnings and worse.
   if ! lint=$("$mandoc" -T lint -W warning "$f" 2>&1) || [ -n "$lint" ]; then
