@@ -58,21 +58,26 @@ if(CL_BUILD_TESTS)
   else()
     find_program(CL_NM nm)
   endif()
-  if(NOT CL_MANDOC OR NOT CL_MAN OR NOT CL_NM)
-    message(WARNING "mandoc, man or nm not found: the manual page tests are left out")
-  else()
+  set(cl_man_env MANDOC=${CL_MANDOC} MAN=${CL_MAN} NM=${CL_NM} MANPAGER=cat PAGER=cat MANWIDTH=80)
+  if(CL_MANDOC AND CL_NM)
     add_test(NAME man_pages
       COMMAND ${PROJECT_SOURCE_DIR}/tests/man/check_pages.sh
         ${CL_MAN3_DIR} $<TARGET_FILE:cl> ${PROJECT_SOURCE_DIR}/include/cl_escape.h
         $<TARGET_FILE:qx_er> $<TARGET_FILE:qx_ccs> $<TARGET_FILE:qx_os>)
-    add_test(NAME man_examples
-      COMMAND ${PROJECT_SOURCE_DIR}/tests/man/check_examples.sh
-        ${CL_MAN3_DIR} ${CMAKE_C_COMPILER} ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/platform)
+    set_tests_properties(man_pages PROPERTIES LABELS man TIMEOUT 300 ENVIRONMENT "${cl_man_env}")
+  else()
+    message(WARNING "mandoc or nm not found: the test man_pages is left out")
+  endif()
+  add_test(NAME man_examples
+    COMMAND ${PROJECT_SOURCE_DIR}/tests/man/check_examples.sh
+      ${CL_MAN3_DIR} ${CMAKE_C_COMPILER} ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/platform)
+  set_tests_properties(man_examples PROPERTIES LABELS man TIMEOUT 300 ENVIRONMENT "${cl_man_env}")
+  if(CL_MAN)
     add_test(NAME man_install
       COMMAND ${PROJECT_SOURCE_DIR}/tests/man/check_install.sh
         ${CL_MAN3_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_INSTALL_MANDIR})
-    set_tests_properties(man_pages man_examples man_install PROPERTIES LABELS man TIMEOUT 300)
-    set_tests_properties(man_pages man_examples man_install PROPERTIES
-      ENVIRONMENT "MANDOC=${CL_MANDOC};MAN=${CL_MAN};NM=${CL_NM};MANPAGER=cat;PAGER=cat;MANWIDTH=80")
+    set_tests_properties(man_install PROPERTIES LABELS man TIMEOUT 300 ENVIRONMENT "${cl_man_env}")
+  else()
+    message(WARNING "man not found: the test man_install is left out")
   endif()
 endif()

@@ -48,7 +48,7 @@ for f in "${files[@]}"; do
     [ "$(readlink -f "$found")" = "$(readlink -f "$prefix/$mandir/man3/$page")" ] \
       || problem "man 3 $name finds $found, not $page"
     # And shows it: the page's own NAME line.
-    shown=$(MANPATH= MANWIDTH=80 MAN_KEEP_FORMATTING= "$man" -M "$prefix/$mandir" -P cat 3 "$name" 2>/dev/null | col -b)
+    shown=$(MANPATH= MANWIDTH=80 "$man" -M "$prefix/$mandir" -P cat 3 "$name" 2>/dev/null | sed 's/.\x08//g')
     grep -q "^NAME" <<<"$shown" && grep -qw -- "$name" <<<"$shown" || problem "man 3 $name does not show the page $page"
   done
 done
