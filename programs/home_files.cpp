@@ -76,6 +76,18 @@ bool exists(const char *path, mode_t type) {
     return stat(path, &st) == 0 && (type == 0 || (st.st_mode & S_IFMT) == type);
 }
 
+// sys/config is written last when a home is set up: its presence marks a
+// home that is. home: QX_PATH_MAX bytes, the home's actual path.
+bool home_set_up(char *home) {
+    char config[QX_PATH_MAX];
+    if (fails([&] {
+            actual_name("~", home);
+            actual_name(kConfigName, config);
+        }))
+        return true;  // nothing to hint at: the name itself failed
+    return exists(config, S_IFREG);
+}
+
 // Four unit fields of sys/config at offsets at, each 32 bytes of text padded
 // with NUL bytes. The units are judged as a mail node's; a block whose units
 // are all empty is sound only when empty_ok. Anything else is damage, and so

@@ -265,6 +265,16 @@ void name_refused_option(char **argv, char *out, std::size_t size) {
     }
 }
 
+// After a failure in a home that is not set up (most often: no home at
+// all, so the lock file is missing), say how to set one up.
+void hint_if_not_set_up(const Program &p, const char *prog) {
+    char home[QX_PATH_MAX];
+    if (p.body == init_home || home_set_up(home)) return;
+    char detail[kDetailSize];
+    std::snprintf(detail, sizeof detail, "Home: %s", home);
+    cl_DisplayError(kHomeNotSetUp.group, kHomeNotSetUp.reason, prog, detail);
+}
+
 // Options as coreutils reads them: anywhere among the operands up to "--",
 // long ones abbreviated as long as they stay unambiguous; --help and
 // --version answer at once with status 0; an unknown option is a usage error.
@@ -311,7 +321,9 @@ int run(const Program &p, int argc, char **argv) {
     auto body = [&] { status = p.body(args); };
     if (!attempt(body)) return status;
     release_lock_keeping_escape();
-    return report(prog);
+    const int failed = report(prog);
+    hint_if_not_set_up(p, prog);
+    return failed;
 }
 
 template <std::size_t I>

@@ -63,6 +63,7 @@ constexpr Code kGivenBefore{100, 4775};      // qx-import: an earlier line names
 constexpr Code kInputUnreadable{100, 4776};  // qx-import: the input file, named in the detail
 constexpr Code kBadOptionValue{100, 4777};   // e.g. --format=xml, --batch=0
 constexpr Code kInterrupted{100, 4778};      // qx-import ended by SIGINT or SIGTERM
+constexpr Code kHomeNotSetUp{100, 4779};     // the hint after a failure in a home not set up
 constexpr Code kLockTimeOut{100, 8001};      // cl_GetCfgLock's wait ended
 constexpr Code kConfigShort{100, 4624};      // cl_ReadPMN: sys/config too short
 constexpr Code kOldConfigShort{102, 1420};   // cl_ReadDefMNode: sys/config too short
@@ -170,6 +171,7 @@ void actual_name(const char *name, char *buf);  // buf: QX_PATH_MAX bytes
 void make_dirs(const char *path);
 void write_whole_file(const char *path, const unsigned char *bytes, std::size_t size);
 bool exists(const char *path, mode_t type);
+bool home_set_up(char *home);  // home: QX_PATH_MAX bytes, its path
 void check_config_units(const std::array<int, 4> &at, bool empty_ok);
 
 // The user directory (directory.cpp): each raises its failure once the

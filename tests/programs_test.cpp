@@ -190,6 +190,17 @@ TEST_F(Programs, HelpVersionAndUsageErrors) {
     });
     struct stat st;
     EXPECT_NE(stat(home_.file("sys/config").c_str(), &st), 0);  // not set up by "--frob"
+    // A failure in a home not set up says how to set it up.
+    const std::string nowhere = scratch_ + "/no-home";
+    setenv("QX_HOME", nowhere.c_str(), 1);
+    Result unset = run("qx-useradd", {"John Smith/Sales"});
+    EXPECT_EQ(run("qx-inithome", {"A", "B"}).err.find("4779"), std::string::npos);
+    setenv("QX_HOME", home_.path().c_str(), 1);
+    EXPECT_EQ(unset.status, 100);
+    EXPECT_NE(unset.err.find("qx-useradd : I100-4779 The server home is not set up: run qx-inithome first "
+                             "(QX_HOME names the home, else ~/.qx).\n  Home: " + nowhere + "\n"),
+              std::string::npos)
+        << unset.err;
 
     // Another name of the program file lists the names it answers to.
     const std::string link = scratch_ + "/qx-bogus";
