@@ -43,4 +43,28 @@ run qx-pmn
 run qx-defmnode
 run qx-startcount --count
 
+# Bulk provisioning: a file of names in one process, then a hundred
+# thousand generated ones, then the directory written out again.
+tools=$PWD/tools
+cd "$QX_HOME"
+cat >new-staff.txt <<'NAMES'
+# New staff of the London office
+Mary Jones/Sales,London/organization=Acme/country=GB
+Jo Ng/Support,London
+John Smith/Sales,London
+Li Wei/Research,Oxford,Europe,Customer_Relations_and_Support_Europe
+NAMES
+run cat new-staff.txt
+run qx-import new-staff.txt
+python3 "$tools/gen-names.py" 100000 >names.txt
+printf '\n$ python3 tools/gen-names.py 100000 > names.txt   # realistic names, some in UTF-8\n'
+began=$EPOCHREALTIME
+run qx-import names.txt
+awk -v a="$began" -v b="$EPOCHREALTIME" 'BEGIN { printf "(%.1f s)\n", b - a }'
+printf '\n$ qx-export --format=attributes | tail -n 2\n'
+qx-export --format=attributes | tail -n 2
+
 printf '\nThe home stays in %s for a look around (sqlite3 %s/sys/users.db).\n' "$QX_HOME" "$QX_HOME"
+printf 'To go on by hand in it, type:\n\n'
+printf '    export PATH="%s:$PATH"\n' "$(dirname "$tools")/$build/programs"
+printf '    export QX_HOME=%s\n' "$QX_HOME"

@@ -4,7 +4,7 @@
 set -euo pipefail
 need=()
 for pkg in cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev \
-           libbenchmark-dev libsqlite3-dev libldap-dev pkg-config g++-multilib mandoc; do
+           libbenchmark-dev libsqlite3-dev libldap-dev pkg-config g++-multilib mandoc python3; do
   dpkg -s "$pkg" >/dev/null 2>&1 || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then
