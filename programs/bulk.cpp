@@ -362,8 +362,8 @@ struct Listing {
 };
 
 // One user: its display text, or its attribute-list form. A stored key
-// that does not format is reported with the user's display text and left
-// out. Stops once standard output has failed (main reports it).
+// that is not a user's name, or does not format, is reported with the
+// user's display text and left out. Stops once standard output has failed (main reports it).
 bool list_user(void *context, const UserRow &row) {
     Listing &l = *static_cast<Listing *>(context);
     static char key[kPackedSize];
@@ -374,6 +374,10 @@ bool list_user(void *context, const UserRow &row) {
             if (row.key_len >= sizeof key) QX_RAISE(kDirectoryDamaged);
             std::memcpy(key, row.key, row.key_len);
             key[row.key_len] = '\0';
+            // A stored key was a new user's name: one that is no longer is
+            // damage, whatever it would format to.
+            int reason = 0;
+            if (!cl_ValidateORNFieldsNoEscape(key, 3, &reason) || reason != 0) QX_RAISE(kDirectoryDamaged);
             attributes = cl_FormatAsciiEncoded(key);
         };
         if (attempt(format)) {

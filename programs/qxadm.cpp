@@ -194,7 +194,7 @@ constexpr std::array<Program, 11> kPrograms = {{
      "  --stop-on-error      stop at the first refused line\n"
      "  --atomic             store nothing unless every line is good\n"
      "  --dry-run            check every line, store nothing\n"
-     "  --batch=N            lines per transaction (default 10000)\n"},
+     "  --batch=N            lines per transaction (default 100000)\n"},
     {"qx-export", export_users, kUsageExport, kTakesFormat,
      "Writes every user of the user directory, one a line, in the order of qx-userlist:\n"
      "  --format=lines       as qx-userlist shows them (the default)\n"

@@ -604,6 +604,22 @@ TEST_F(Programs, ExportThenImportGivesTheSameDirectory) {
         }
         setenv("QX_HOME", home_.path().c_str(), 1);
     }
+
+    // A stored key that is not a user's name is reported with its user's
+    // display text and left out; the others are written.
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(sqlite3_open(home_.file("sys/users.db").c_str(), &db), SQLITE_OK);
+    const std::string bad(200, '\x1D');  // fields beyond 160
+    sqlite3_stmt *st = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "INSERT INTO users VALUES (?1, 'Bad Row', 0)", -1, &st, nullptr), SQLITE_OK);
+    sqlite3_bind_blob(st, 1, bad.data(), static_cast<int>(bad.size()), SQLITE_STATIC);
+    EXPECT_EQ(sqlite3_step(st), SQLITE_DONE);
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    Result damaged = run("qx-export", {"--format=attributes"});
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_EQ(damaged.out, attributes.out);
+    EXPECT_EQ(damaged.err, "qx-export : E102-1615 The user directory is damaged.\n  User: Bad Row\n");
 }
 
 // Waits up to 20 s for done(); false if it never held.
