@@ -72,7 +72,14 @@ constexpr std::array<char *, kFieldCount + 1> make_all_empty() {
     for (char *&e : entries) e = g_emptyField;
     return entries;
 }
-constexpr std::array<char *, kFieldCount + 1> kAllEmpty = make_all_empty();
+
+// The entries of every LocalTable, and the fields the last fill set.
+struct SharedEntries {
+    std::array<char *, kFieldCount + 1> entries;
+    unsigned char filled[kFieldCount];
+    int filledCount;
+};
+SharedEntries g_shared{make_all_empty(), {}, 0};
 
 }  // namespace
 
@@ -84,15 +91,19 @@ char *const kSharedEmpty = g_emptyField;
 // closes one, becomes the field's terminator.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
     if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
-    char **entries = local.entries;
-    std::memcpy(entries, kAllEmpty.data(), sizeof(char *) * static_cast<std::size_t>(fieldCount + 1));
+    SharedEntries &shared = g_shared;
+    char **entries = shared.entries.data();
+    for (int k = 0; k < shared.filledCount; ++k) entries[shared.filled[k]] = g_emptyField;
+    shared.filledCount = 0;
     std::memcpy(local.block, tf, static_cast<std::size_t>(length) + 1);
-    walk_fields(local.block, [entries, fieldCount](int n, char *begin, char *end) {
+    walk_fields(local.block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
         if (n >= fieldCount) return;
         *end = '\0';
         if (end[-1] == '\n') end[-1] = '\0';
         entries[n] = begin;
+        shared.filled[shared.filledCount++] = static_cast<unsigned char>(n);
     });
+    local.entries = entries;
     return entries;
 }
 

@@ -138,14 +138,21 @@ inline char *bounded_copy(char *work, int size, const char *s) {
     return str_strncat(work, s, size - 1, 0);
 }
 
-// An unpacked field table kept in the formatter's own frame: the entries
-// and a copy of a packed text of up to kTextMax bytes in which the fields
-// are terminated in place. Every empty field, and the terminating entry,
-// points at one shared empty text; the formatters only read the table.
-// Trivially destructible, so an escape may cross it.
+// An unpacked field table: a copy of a packed text of up to kTextMax bytes,
+// kept in the formatter's own frame, in which the fields are terminated in
+// place, and entries pointing into it. Every empty field, and the
+// terminating entry, points at one shared empty text; the formatters only
+// read the table. Trivially destructible, so an escape may cross it.
+//
+// The entries are the library's one table of entries (the formatters keep
+// one table at a time, like their result buffers): every entry points at
+// the shared empty text except those of the fields the last fill found,
+// which the next fill points back at it first. So a fill writes the
+// entries of the name's fields alone, not all 162, and a fill left by an
+// escape is undone by the next one as well.
 struct LocalTable {
     static constexpr int kTextMax = 4096;
-    char *entries[kFieldCount + 1];
+    char **entries;
     char block[kTextMax + 1];
 };
 
@@ -192,6 +199,7 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
 // text does not fit there, then into a new table. Hand the result to
 // release().
 inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
+    local.entries = nullptr;
     nm_ParsedORN parsed;
     int status = 0;
     nm_ParseORN(tf, &parsed, &status);
