@@ -6,6 +6,7 @@
 #ifndef CL_FMT_BUFFER_HPP
 #define CL_FMT_BUFFER_HPP
 
+#include <cstdint>
 #include <cstring>
 #include <type_traits>
 #if defined(__SSE2__)
@@ -159,6 +160,14 @@ struct LocalTable {
 // The empty text that the empty fields of a LocalTable point at.
 extern char *const kSharedEmpty;
 
+// The entries every LocalTable uses, and which of them the last fill set
+// (bit k of word w for field 32w + k); the others point at kSharedEmpty.
+struct SharedEntries {
+    char *entries[kFieldCount + 1];
+    std::uint32_t filled[kFieldCount / kGroupSize + 1];
+};
+extern SharedEntries g_shared;
+
 // Whether entries can be compared two to a 16-byte vector: SSE2 and
 // 8-byte pointers. Elsewhere (32-bit x86 without SSE2 included) the plain
 // loop does the work alone.
@@ -168,10 +177,25 @@ constexpr bool kVectorEntries = sizeof(char *) == 8 && sizeof(long long) == 8;
 constexpr bool kVectorEntries = false;
 #endif
 
-// The first field from i to last that is not empty, or last + 1. Entries
-// that are the shared empty text are passed over four at a time where
-// kVectorEntries holds; any other entry is looked at.
+// The first field from i to last that is not empty, or last + 1. In the
+// shared entries only the fields the fill set are looked at; in another
+// table, entries that are the shared empty text are passed over four at a
+// time where kVectorEntries holds, and any other entry is looked at.
 inline int next_present(char *const *table, int i, int last) {
+    if (table == g_shared.entries) {  // only the fields the fill set can be present
+        while (i <= last) {
+            const std::uint32_t word = g_shared.filled[i / kGroupSize] >> (i % kGroupSize);
+            if (!word) {
+                i = next_group(i);
+                continue;
+            }
+            i += __builtin_ctz(word);
+            if (i > last) break;
+            if (*table[i]) return i;
+            ++i;
+        }
+        return last + 1;
+    }
 #if defined(__SSE2__)
     if constexpr (kVectorEntries) {
         const __m128i empty = _mm_set1_epi64x(reinterpret_cast<long long>(kSharedEmpty));
