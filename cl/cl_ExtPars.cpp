@@ -173,10 +173,16 @@ const char *parse_extension(PackedEnd &tf, const char *cursor, int number) {
 }
 
 // Both phases. `field` and `number` locate the attribute being read when an
-// escape leaves; they live in the caller's frame and are volatile.
-void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile int &number, bool allow_marker) {
-    nm_AddSeparators(tf, kFirstStandardField);
+// escape leaves; they live in the caller's frame and are volatile. With
+// `joined`, tf is the name and mail node as cl_ParseNameLoclAddr2 wrote
+// them: fields 0 to 7 joined by seven separators (no field of it holds a
+// separator byte), so field 7 is open at its end and one separator closes
+// it; the name library is asked only about a text of the caller's.
+void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile int &number, bool allow_marker,
+                      bool joined) {
+    if (!joined) nm_AddSeparators(tf, kFirstStandardField);
     PackedEnd standard(tf);
+    if (joined) standard.append_sep();
     const char *cursor = parse_standard(standard, attrs, field, allow_marker);
     if (*cursor != '(') return;
     // Empty standard values beyond field 14 would push the extension
@@ -197,13 +203,13 @@ void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile
     }
 }
 
-void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker) {
+void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker, bool joined = false) {
     Trace t(kTrace17, "cl_ParseExternalAttribs2");
     *err_index = 0;
     volatile int field = kFirstStandardField;
     volatile int number = 0;
     protect(
-        CL_HERE, [&] { parse_attributes(tf, attrs, field, number, allow_marker != 0); },
+        CL_HERE, [&] { parse_attributes(tf, attrs, field, number, allow_marker != 0, joined); },
         [&] {
             if (er_GetGroup() != kGroup) return;
             if (is_located_in_value(er_GetReason()))
@@ -254,7 +260,7 @@ int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
     if (attrs) {
         volatile int index = 0;
         protect(
-            CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker); },
+            CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker, true); },
             [&] {
                 if (er_GetGroup() != kGroup) return;
                 const int reason = er_GetReason();

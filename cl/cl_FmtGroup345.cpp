@@ -45,12 +45,14 @@ void copy_name(char (&to)[kInternalNameSize], const char *name) {
 char *converted_entries(char **table, ccs_Descriptor *charset, int first, int last, bool needSeparator) {
     fmt::Text &out = g_converted;
     out.begin();
+    if (first < 0) first = 0;
+    if (last > kFieldCount - 1) last = kFieldCount - 1;
+    int i = fmt::next_present(table, first, last);
+    if (i > last) return out.data();  // nothing to convert: no set to look up
     char internal[kInternalNameSize];
     copy_name(internal, ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
     const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
-    if (first < 0) first = 0;
-    if (last > kFieldCount - 1) last = kFieldCount - 1;
-    for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
+    for (; i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
         if (needSeparator) out.append("/", charset);
         out.append(fmt::display_name(i), charset);

@@ -1,7 +1,7 @@
 // The unpacked field table every formatter reads: the fields of one name
 // copied into one block, with a table of pointers into it.
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <cstring>
 
 #include "cl.h"
@@ -67,32 +67,40 @@ char **unpack_table(const char *tf, const nm_ParsedORN *parsed, int fieldCount, 
 // points at; nothing writes to it.
 char g_emptyField[1] = "";
 
-constexpr std::array<char *, kFieldCount + 1> make_all_empty() {
-    std::array<char *, kFieldCount + 1> entries{};
-    for (char *&e : entries) e = g_emptyField;
-    return entries;
-}
-constexpr std::array<char *, kFieldCount + 1> kAllEmpty = make_all_empty();
-
 }  // namespace
 
 namespace fmt {
 
 char *const kSharedEmpty = g_emptyField;
 
+// Constant-initialized: every entry at the empty text, no field set.
+constexpr SharedEntries all_empty() {
+    SharedEntries shared{};
+    for (char *&e : shared.entries) e = g_emptyField;
+    return shared;
+}
+SharedEntries g_shared = all_empty();
+
 // Each byte that ends a field of the copied text, and a line feed that
 // closes one, becomes the field's terminator.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
     if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
-    char **entries = local.entries;
-    std::memcpy(entries, kAllEmpty.data(), sizeof(char *) * static_cast<std::size_t>(fieldCount + 1));
+    SharedEntries &shared = g_shared;
+    char **entries = shared.entries;
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
+        for (std::uint32_t word = shared.filled[w]; word; word &= word - 1)
+            entries[w * kGroupSize + __builtin_ctz(word)] = g_emptyField;
+        shared.filled[w] = 0;
+    }
     std::memcpy(local.block, tf, static_cast<std::size_t>(length) + 1);
-    walk_fields(local.block, [entries, fieldCount](int n, char *begin, char *end) {
+    walk_fields(local.block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
         if (n >= fieldCount) return;
         *end = '\0';
         if (end[-1] == '\n') end[-1] = '\0';
         entries[n] = begin;
+        shared.filled[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
     });
+    local.entries = entries;
     return entries;
 }
 

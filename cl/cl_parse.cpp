@@ -123,6 +123,13 @@ void RemoveRedundantSpaces(char *text, int *length) {
     int read = 0;
     while (text[read] == ' ') ++read;
     int write = 0;
+    if (read == 0) {
+        // Without leading spaces, everything before the byte that precedes
+        // the first space stays where it is: the pass starts there.
+        const void *space = std::memchr(text, ' ', static_cast<std::size_t>(*length));
+        if (!space) return t.exit();  // nothing to remove
+        read = write = static_cast<int>(static_cast<const char *>(space) - text) - 1;
+    }
     char cur = text[read];
     int next = read + 1;
     while (cur != '\0') {
@@ -348,7 +355,9 @@ void join(char *result, const std::string_view *fields, int count, bool closed) 
     char *out = result;
     for (int i = 0; i < count; ++i) {
         if (i > 0) *out++ = kFieldSep;
-        for (char c : fields[i]) *out++ = c;  // a few bytes, often none
+        if (fields[i].empty()) continue;  // most fields of a typed name
+        std::memcpy(out, fields[i].data(), fields[i].size());
+        out += fields[i].size();
     }
     if (closed) *out++ = kFieldSep;
     *out = '\0';

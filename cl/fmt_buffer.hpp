@@ -6,6 +6,7 @@
 #ifndef CL_FMT_BUFFER_HPP
 #define CL_FMT_BUFFER_HPP
 
+#include <cstdint>
 #include <cstring>
 #include <type_traits>
 #if defined(__SSE2__)
@@ -138,19 +139,34 @@ inline char *bounded_copy(char *work, int size, const char *s) {
     return str_strncat(work, s, size - 1, 0);
 }
 
-// An unpacked field table kept in the formatter's own frame: the entries
-// and a copy of a packed text of up to kTextMax bytes in which the fields
-// are terminated in place. Every empty field, and the terminating entry,
-// points at one shared empty text; the formatters only read the table.
-// Trivially destructible, so an escape may cross it.
+// An unpacked field table: a copy of a packed text of up to kTextMax bytes,
+// kept in the formatter's own frame, in which the fields are terminated in
+// place, and entries pointing into it. Every empty field, and the
+// terminating entry, points at one shared empty text; the formatters only
+// read the table. Trivially destructible, so an escape may cross it.
+//
+// The entries are the library's one table of entries (the formatters keep
+// one table at a time, like their result buffers): every entry points at
+// the shared empty text except those of the fields the last fill found,
+// which the next fill points back at it first. So a fill writes the
+// entries of the name's fields alone, not all 162, and a fill left by an
+// escape is undone by the next one as well.
 struct LocalTable {
     static constexpr int kTextMax = 4096;
-    char *entries[kFieldCount + 1];
+    char **entries;
     char block[kTextMax + 1];
 };
 
 // The empty text that the empty fields of a LocalTable point at.
 extern char *const kSharedEmpty;
+
+// The entries every LocalTable uses, and which of them the last fill set
+// (bit k of word w for field 32w + k); the others point at kSharedEmpty.
+struct SharedEntries {
+    char *entries[kFieldCount + 1];
+    std::uint32_t filled[kFieldCount / kGroupSize + 1];
+};
+extern SharedEntries g_shared;
 
 // Whether entries can be compared two to a 16-byte vector: SSE2 and
 // 8-byte pointers. Elsewhere (32-bit x86 without SSE2 included) the plain
@@ -161,10 +177,25 @@ constexpr bool kVectorEntries = sizeof(char *) == 8 && sizeof(long long) == 8;
 constexpr bool kVectorEntries = false;
 #endif
 
-// The first field from i to last that is not empty, or last + 1. Entries
-// that are the shared empty text are passed over four at a time where
-// kVectorEntries holds; any other entry is looked at.
+// The first field from i to last that is not empty, or last + 1. In the
+// shared entries only the fields the fill set are looked at; in another
+// table, entries that are the shared empty text are passed over four at a
+// time where kVectorEntries holds, and any other entry is looked at.
 inline int next_present(char *const *table, int i, int last) {
+    if (table == g_shared.entries) {  // only the fields the fill set can be present
+        while (i <= last) {
+            const std::uint32_t word = g_shared.filled[i / kGroupSize] >> (i % kGroupSize);
+            if (!word) {
+                i = next_group(i);
+                continue;
+            }
+            i += __builtin_ctz(word);
+            if (i > last) break;
+            if (*table[i]) return i;
+            ++i;
+        }
+        return last + 1;
+    }
 #if defined(__SSE2__)
     if constexpr (kVectorEntries) {
         const __m128i empty = _mm_set1_epi64x(reinterpret_cast<long long>(kSharedEmpty));
@@ -192,6 +223,7 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
 // text does not fit there, then into a new table. Hand the result to
 // release().
 inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
+    local.entries = nullptr;
     nm_ParsedORN parsed;
     int status = 0;
     nm_ParseORN(tf, &parsed, &status);
