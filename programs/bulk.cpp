@@ -214,7 +214,8 @@ struct RunLine {
     long number;
     std::uint32_t key;      // offset in the arena; the display text follows the key's NUL
     std::uint32_t key_len;
-    Code refused;           // {0, 0} for a line to store
+    Code report;            // what the line's report says: a refusal, or once stored a duplicate's
+                            // warning; {0, 0} for none
 };
 
 struct Run {
@@ -261,7 +262,7 @@ void check_line(Import &im, const Line &line) {
         g_run.used += key_len + display_len + 2;
     };
     if (attempt(check)) {
-        r.refused = Code{er_GetGroup(), er_GetReason()};
+        r.report = Code{er_GetGroup(), er_GetReason()};
         er_Clear();
         ++im.counts.refused;
         im.stopped = im.args.stop_on_error;
@@ -279,26 +280,24 @@ bool key_before(std::uint32_t a, std::uint32_t b) {
 // Stores the run's good lines in key order, then reports its lines in the
 // order of the input. Of lines that name one user, the first stores it.
 void store_run(Import &im) {
-    static Code outcome[kRunLines];
     std::size_t n = 0;
-    for (std::size_t i = 0; i < g_run.count; ++i) {
-        outcome[i] = g_run.lines[i].refused;
-        if (outcome[i].group == 0) g_run.order[n++] = static_cast<std::uint32_t>(i);
-    }
+    for (std::size_t i = 0; i < g_run.count; ++i)
+        if (g_run.lines[i].report.group == 0) g_run.order[n++] = static_cast<std::uint32_t>(i);
     std::sort(g_run.order, g_run.order + n, key_before);
     for (std::size_t k = 0; k < n; ++k) {
-        const std::uint32_t i = g_run.order[k];
-        const char *key = g_run.arena + g_run.lines[i].key;
-        switch (bulk_add(key, key + g_run.lines[i].key_len + 1)) {
-        case Added::kNew: ++im.counts.pending; break;
-        case Added::kStored: outcome[i] = kStoredAlready; break;
-        case Added::kRepeated: outcome[i] = kGivenBefore; break;
+        RunLine &r = g_run.lines[g_run.order[k]];
+        const char *key = g_run.arena + r.key;
+        const Added added = bulk_add(key, key + r.key_len + 1);
+        if (added == Added::kNew) {
+            ++im.counts.pending;
+            continue;
         }
+        r.report = added == Added::kStored ? kStoredAlready : kGivenBefore;
+        ++im.counts.duplicate;
     }
     for (std::size_t i = 0; i < g_run.count; ++i) {
-        if (outcome[i].group == 0) continue;
-        report_line(im.source, g_run.lines[i].number, outcome[i]);
-        if (g_run.lines[i].refused.group == 0) ++im.counts.duplicate;
+        const RunLine &r = g_run.lines[i];
+        if (r.report.group != 0) report_line(im.source, r.number, r.report);
     }
     g_run.count = 0;
     g_run.used = 0;
@@ -363,7 +362,8 @@ struct Listing {
 
 // One user: its display text, or its attribute-list form. A stored key
 // that is not a user's name, or does not format, is reported with the
-// user's display text and left out. Stops once standard output has failed (main reports it).
+// user's display text and left out. Stops once standard output has failed
+// (main reports it).
 bool list_user(void *context, const UserRow &row) {
     Listing &l = *static_cast<Listing *>(context);
     static char key[kPackedSize];
