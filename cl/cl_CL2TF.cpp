@@ -11,6 +11,7 @@
 #include "enc.h"
 #include "frame.hpp"
 #include "fstr.h"
+#include "last_packed.hpp"
 #include "mdc.h"
 #include "nm.h"
 #include "os.h"
@@ -88,9 +89,9 @@ char *pack_group(const Slots &slots, int first, char *out, char *p, char *&conte
 // Groups 1 to 5, then field 160; the text ends at its last non-empty field,
 // without the separators and group ends after it. Only separators and group
 // ends were written after content_end, so those are cleared at once; the
-// slots' own trailing ones, one by one.
+// slots' own trailing ones, one by one. Returns the text's length.
 template <class Slots>
-void pack(const Slots &slots, char *out) {
+std::size_t pack(const Slots &slots, char *out) {
     char *p = out;
     char *content_end = out;  // just after the last byte of a non-empty slot
     for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p, content_end);
@@ -102,6 +103,7 @@ void pack(const Slots &slots, char *out) {
     std::memset(content_end, 0, static_cast<std::size_t>(p - content_end) + 1);
     p = content_end;
     while (p > out && (p[-1] == kFieldSep || p[-1] == kGroupEnd)) *--p = '\0';
+    return static_cast<std::size_t>(p - out);
 }
 
 // Substitute characters (cl/substitute.hpp).
@@ -387,7 +389,12 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     if (i != 0) {
         parse_positional(pos, packed, allowMarker, mailNodeForm);
         if (t[i] == '\0') {
-            if (!arrayResult) return std::strcpy(out, packed);
+            if (!arrayResult) {
+                const std::size_t n = std::strlen(packed);
+                std::memcpy(out, packed, n + 1);
+                remember_packed(out, n);
+                return out;
+            }
             char **array = nullptr;
             cl_UnPackToLargeArray(packed, &array);
             return array;
@@ -399,7 +406,7 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     if (arrayResult)
         result = fields.to_array();
     else
-        pack(fields, out);
+        remember_packed(out, pack(fields, out));
     fields.release();
     return result;
 }

@@ -81,17 +81,27 @@ constexpr SharedEntries all_empty() {
 }
 SharedEntries g_shared = all_empty();
 
-// Each byte that ends a field of the copied text, and a line feed that
-// closes one, becomes the field's terminator.
-char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
-    if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
-    SharedEntries &shared = g_shared;
+namespace {
+
+// Points the entries the last fill set back at the empty text.
+char **reset_shared(SharedEntries &shared) {
     char **entries = shared.entries;
     for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
         for (std::uint32_t word = shared.filled[w]; word; word &= word - 1)
             entries[w * kGroupSize + __builtin_ctz(word)] = g_emptyField;
         shared.filled[w] = 0;
     }
+    return entries;
+}
+
+}  // namespace
+
+// Each byte that ends a field of the copied text, and a line feed that
+// closes one, becomes the field's terminator.
+char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local) {
+    if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
+    SharedEntries &shared = g_shared;
+    char **entries = reset_shared(shared);
     std::memcpy(local.block, tf, static_cast<std::size_t>(length) + 1);
     walk_fields(local.block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
         if (n >= fieldCount) return;
@@ -100,6 +110,26 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
         entries[n] = begin;
         shared.filled[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
     });
+    local.entries = entries;
+    return entries;
+}
+
+// The record's block is terminated as unpack_local terminates its copy, so
+// the entries point into it as they stand.
+char **known_entries(LastPacked &known, int fieldCount, LocalTable &local) {
+    SharedEntries &shared = g_shared;
+    char **entries = reset_shared(shared);
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
+        const int first = w * kGroupSize;
+        if (first >= fieldCount) break;
+        std::uint32_t word = known.maps[w];
+        if (fieldCount - first < kGroupSize) word &= (UINT32_C(1) << (fieldCount - first)) - 1;
+        shared.filled[w] = word;
+        for (; word; word &= word - 1) {
+            const int n = first + __builtin_ctz(word);
+            entries[n] = known.block + known.begin[n];
+        }
+    }
     local.entries = entries;
     return entries;
 }

@@ -3,10 +3,12 @@
 // (which fields are present), and optionally refuse fields that end with a
 // space, by the customisation switch CL_ALLOW_TRAILING_SPACE.
 #include <cstdint>
+#include <cstring>
 
 #include "cl.h"
 #include "cust.h"
 #include "frame.hpp"
+#include "last_packed.hpp"
 #include "nm.h"
 #include "packed.hpp"
 
@@ -141,16 +143,34 @@ bool some_field_ends_in_space(const char *orn, const nm_ParsedORN &parsed) {
     return false;
 }
 
+// The same for a text the conversion has just made, from its record.
+bool some_field_ends_in_space(const LastPacked &known) {
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w)
+        for (uint32_t word = known.maps[w]; word; word &= word - 1) {
+            const int f = w * kGroupSize + __builtin_ctz(word);
+            if (known.text[known.end[f] - 1] == ' ') return true;
+        }
+    return false;
+}
+
+// The field maps come from the conversion's record when the text is the one
+// it has just made, and from the name library's parse otherwise.
 int validate(const char *orn, unsigned kind, int *reason) {
     Trace t(kTrace19, "cl_ValidateORNFieldsNoEscape");
     *reason = kPass;
+    const LastPacked *known = last_packed_for(orn);
     nm_ParsedORN parsed;
-    int status = 0;
-    nm_ParseORN(orn, &parsed, &status);
     Maps w;
-    nm_GetFieldMaps(&parsed, w);
+    if (known) {
+        std::memcpy(w, known->maps, sizeof w);
+    } else {
+        int status = 0;
+        nm_ParseORN(orn, &parsed, &status);
+        nm_GetFieldMaps(&parsed, w);
+    }
     read_settings_once();
-    if (!g_trailing_spaces_allowed && some_field_ends_in_space(orn, parsed)) {
+    if (!g_trailing_spaces_allowed &&
+        (known ? some_field_ends_in_space(*known) : some_field_ends_in_space(orn, parsed))) {
         *reason = kTrailingSpace;
         return t.exit(0);
     }

@@ -18,6 +18,7 @@
 #include "da.h"
 #include "frame.hpp"
 #include "fstr.h"
+#include "last_packed.hpp"
 #include "nm.h"
 #include "os.h"
 #include "packed.hpp"
@@ -218,12 +219,19 @@ inline int next_present(char *const *table, int i, int last) {
 // cl_UnpackFullORN gives the field.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local);
 
+// The entries of the first fieldCount fields of a text the conversion made
+// last, pointing into its record (0 <= fieldCount <= 161).
+char **known_entries(LastPacked &known, int fieldCount, LocalTable &local);
+
 // Parses packed text (the name library checks it) and unpacks its first
 // fieldCount fields: into local, unless cl_UnpackFullORN would trace or the
 // text does not fit there, then into a new table. Hand the result to
-// release().
+// release(). The text the conversion has just made needs neither: its
+// record holds the walk already.
 inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
     local.entries = nullptr;
+    if (shortcut_allowed())
+        if (LastPacked *known = last_packed_for(tf)) return known_entries(*known, fieldCount, local);
     nm_ParsedORN parsed;
     int status = 0;
     nm_ParseORN(tf, &parsed, &status);
