@@ -35,25 +35,18 @@ inline constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 constexpr int next_group(int n) { return (n / kGroupSize + 1) * kGroupSize; }
 
 // Calls field(n, begin, end) for every non-empty field of packed text up to
-// field 160, in order; fields the text would place beyond 160 are skipped,
-// and the result is then false. field may overwrite the byte at end (the
-// walk has read it) and bytes before it. Runs of empty fields are stepped
-// over without a call.
+// field 160, in order; fields the text would place beyond 160 are skipped.
+// field may overwrite the byte at end (the walk has read it) and bytes
+// before it. Runs of empty fields are stepped over without a call.
 template <class C, class Field>
-bool walk_fields(C *tf, Field &&field) {
+void walk_fields(C *tf, Field &&field) {
     int n = 0;
-    bool placed = true;  // no non-empty field lies beyond 160
     C *start = tf;
     for (C *p = tf;; ++p) {
         while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;  // the field's bytes
         const char end = *p;
-        if (p > start) {
-            if (n <= kLastField)
-                field(n, start, p);
-            else
-                placed = false;
-        }
-        if (end == '\0') return placed;
+        if (n <= kLastField && p > start) field(n, start, p);
+        if (end == '\0') return;
         if (end == kGroupEnd)
             n = next_group(n);
         else
