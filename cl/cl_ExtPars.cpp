@@ -232,11 +232,12 @@ int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
     // The name part runs to the end, to the first '/' when the mail node is
     // empty ('Smith//val8'), or to where the attributes start. A name and
     // mail node without attributes are parsed in the caller's text itself.
-    char *name_end = text + std::strlen(text);
+    char *const slash = std::strchr(text, '/');
+    char *name_end = slash ? slash : text + std::strlen(text);
     char *attrs = nullptr;
     bool in_place = false;
     int more = 0;
-    if (char *const slash = std::strchr(text, '/')) {
+    if (slash) {
         char *const rest = skip_white(slash + 1);
         more = *rest != '\0' ? 1 : 0;
         char *const attr_start = mdc_strpbrk(rest, "/(");

@@ -175,7 +175,12 @@ struct Slot {
 
 class Scan {
 public:
-    Scan(char *text, Rules rules) : text_(text), rules_(rules), unit_(rules.first_unit) {}
+    // A field of the work area is read as far as its length, and its first
+    // byte as "is it empty", so only the first bytes start out cleared.
+    Scan(char *text, Rules rules) : text_(text), rules_(rules), unit_(rules.first_unit) {
+        work_.surname[0] = work_.given[0] = work_.initials[0] = work_.generation[0] = '\0';
+        for (auto &unit : work_.units) unit[0] = '\0';
+    }
 
     // Scans up to and including the terminator; escapes at the first fault.
     // Ordinary bytes are judged by IllegalCharacter's table directly when
@@ -344,7 +349,7 @@ private:
     int unit_;  // unit being read, 0 to 3; -1 in the personal name
     int start_ = 0;
     unsigned seen_ = 0;
-    WorkArea work_{};
+    WorkArea work_;
     int lengths_[kParsedFields] = {};  // of the work area's fields, in result order
 };
 static_assert(std::is_trivially_destructible_v<Scan>);
