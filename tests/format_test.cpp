@@ -157,24 +157,31 @@ TEST(Packed, GeneratedArraysRoundTrip) {
     }
 }
 
+// A random command-line argument: a positional part, then one to five
+// attributes of assorted fields (the special ones often) and values.
+std::string random_argument(std::mt19937 &random) {
+    const char *positional[] = {"", "Smith/", "John Smith/Sales,London/", "J.R.R. Gruteda/R/", "/Sales/"};
+    const char *values[] = {"a", "Acme", "x y", "\xC3\xA9t\xC3\xA9", "*", "p\\/q", "a\\=b", "1", "SIMPLE:abc",
+                            "'0101'H/NS+12345", "Acme ", "a\nb", "line\n"};
+    const int special[] = {0, 1, 8, 9, 35, 46, 64, 96, 128, 130, 160};
+    std::string argument = positional[random() % 5];
+    for (int k = 1 + static_cast<int>(random() % 5); k > 0; --k) {
+        int field = random() % 2 ? special[random() % 11] : static_cast<int>(random() % 161);
+        argument += std::string(da_AttribNumberToLocName(da_nmFieldNum2DANum(field))) + "=" + values[random() % 13];
+        argument += k > 1 ? "/" : "";
+    }
+    return argument;
+}
+
 // The conversion writes its packed result from the fields as it fills them,
 // without the field array: the text is what packing the array of the same
 // random argument gives, and both ways refuse the same arguments.
 TEST(Packed, ConversionPacksWhatItsArrayPacks) {
-    const char *positional[] = {"", "Smith/", "John Smith/Sales,London/", "J.R.R. Gruteda/R/", "/Sales/"};
-    const char *values[] = {"a", "Acme", "x y", "\xC3\xA9t\xC3\xA9", "*", "p\\/q", "a\\=b", "1", "SIMPLE:abc",
-                            "'0101'H/NS+12345"};
-    const int special[] = {0, 1, 8, 9, 35, 46, 64, 96, 128, 130, 160};
     std::mt19937 random(5);
     ccs_Descriptor utf8 = charset("UTF8");
     int accepted = 0;
     for (int round = 0; round < 2000; ++round) {
-        std::string argument = positional[random() % 5];
-        for (int k = 1 + static_cast<int>(random() % 5); k > 0; --k) {
-            int field = random() % 2 ? special[random() % 11] : static_cast<int>(random() % 161);
-            argument += std::string(da_AttribNumberToLocName(da_nmFieldNum2DANum(field))) + "=" + values[random() % 10];
-            argument += k > 1 ? "/" : "";
-        }
+        const std::string argument = random_argument(random);
         static char typed[4096], out[8192], viaArray[8192];
         const int marker = round % 2;
         std::memcpy(typed, argument.c_str(), argument.size() + 1);
@@ -190,6 +197,75 @@ TEST(Packed, ConversionPacksWhatItsArrayPacks) {
         accepted += !direct.escaped;
     }
     EXPECT_GT(accepted, 500);  // most arguments convert
+}
+
+// What validation (every kind) and the formatters make of a packed text,
+// one call a statement: their result buffers are shared.
+std::string readings(const char *text, ccs_Descriptor *cs) {
+    std::string r;
+    for (unsigned kind = 0; kind <= 5; ++kind) {
+        int reason = -1;
+        const int found = cl_ValidateORNFieldsNoEscape(text, kind, &reason);
+        r += std::to_string(found) + ":" + std::to_string(reason) + " ";
+    }
+    const char *native = nullptr;
+    r += testkit::run([&] { native = cl_FormatNative(text); }).escaped ? "refused" : native;
+    r += std::string("~") + cl_FormatAsciiEncoded(text);
+    r += std::string("~") + cl_FormatFullName(text, cs);
+    r += std::string("~") + cl_FormatFullNameIa(text, cs);
+    r += std::string("~") + cl_FormatMailNode(text, cs, 1);
+    r += std::string("~") + cl_FormatGroup1(text);
+    r += std::string("~") + cl_FormatPersonalName(text, cs);
+    r += std::string("~") + cl_FormatG1PersonalName(text);
+    return r;
+}
+
+// Validation and the formatters read the text the conversion has just made
+// from the conversion's own record of it; a copy read after another
+// conversion is parsed by the name library. Both readings agree on random
+// arguments (line feeds and trailing spaces in values among them).
+TEST(Packed, TheConversionsRecordReadsAsItsText) {
+    std::mt19937 random(17);
+    ccs_Descriptor utf8 = charset("UTF8");
+    int compared = 0;
+    int lineFeeds = 0;
+    for (int round = 0; round < 1000; ++round) {
+        static char typed[4096], out[8192], other[8192];
+        const std::string argument = random_argument(random);
+        std::memcpy(typed, argument.c_str(), argument.size() + 1);
+        if (testkit::run([&] { cl_ConvCltoORN(typed, out, 0, round % 2, &utf8); }).escaped) continue;
+        const std::string fresh = readings(out, &utf8);
+        const std::string made = out;
+        std::strcpy(typed, "Jones/Research/organization=Other");
+        cl_ConvCltoORN(typed, other, 0, 0, &utf8);
+        EXPECT_EQ(fresh, readings(made.c_str(), &utf8)) << argument << ' ' << show(made);
+        ++compared;
+        lineFeeds += made.find('\n') != std::string::npos;
+    }
+    EXPECT_GT(compared, 200);
+    EXPECT_GT(lineFeeds, 10);
+}
+
+// The record is of the bytes the conversion wrote: a caller that changes
+// its buffer afterwards is answered for what the buffer holds now, as a
+// copy of it read after another conversion is.
+TEST(Packed, AChangedResultIsReadAsItNowStands) {
+    ccs_Descriptor utf8 = charset("UTF8");
+    char typed[64] = "Smith/Sales/organization=Acme";
+    char out[256], other[256];
+    cl_ConvCltoORN(typed, out, 0, 0, &utf8);
+    int reason = -1;
+    EXPECT_EQ(cl_ValidateORNFieldsNoEscape(out, 3, &reason), 1);
+    EXPECT_EQ(reason, 0);
+    std::memmove(out, out + 5, std::strlen(out + 5) + 1);  // the surname gone
+    EXPECT_EQ(cl_ValidateORNFieldsNoEscape(out, 3, &reason), 1);
+    EXPECT_EQ(reason, 8014);
+    const std::string changed = readings(out, &utf8);
+    EXPECT_EQ(changed.find("Smith"), std::string::npos) << changed;
+    const std::string copy = out;
+    std::strcpy(typed, "Jones/Research/organization=Other");
+    cl_ConvCltoORN(typed, other, 0, 0, &utf8);
+    EXPECT_EQ(changed, readings(copy.c_str(), &utf8));
 }
 
 TEST(Packed, SubstituteCharactersBothWays) {

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "ccs.h"
 #include "cust.h"
 #include "testkit.hpp"
 
@@ -84,6 +86,18 @@ int run_scenario(const std::string &which) {
     if (which == "long")  // judged by the real last byte, not a bounded copy
         return all_kinds(name({{0, std::string(900, 'a') + " "}}), true) * 2 +
                all_kinds(name({{0, std::string(833, 'a') + " " + std::string(66, 'b')}}), false);
+    if (which == "converted") {  // texts the conversion has just made, read from its record
+        ccs_Descriptor utf8{};
+        ccs_GetCSDescriptor("UTF8", &utf8);
+        char typed[64] = "Smith/Sales/organization=Acme ";
+        char out[256];
+        cl_ConvCltoORN(typed, out, 0, 0, &utf8);
+        if (!std::strstr(out, "Acme ")) return 4;  // the value keeps its space
+        const int spaced = all_kinds(out, true);
+        std::strcpy(typed, "Smith/Sales/organization=Acme");
+        cl_ConvCltoORN(typed, out, 0, 0, &utf8);
+        return spaced * 2 + all_kinds(out, false);
+    }
     const int first = check(john, 2).second;  // "read-once": a later change is not seen
     if (std::getenv("CL_ALLOW_TRAILING_SPACE"))
         unsetenv("CL_ALLOW_TRAILING_SPACE");
@@ -115,7 +129,8 @@ TEST(TrailingSpace, SwitchReadOncePerProcess) {
     testkit::TempHome home;  // no switches file yet
     const std::pair<const char *, const char *> runs[] = {{"refused", "No"},     {"allowed", "on"},
                                                           {"allowed", ""},       {"allowed", nullptr},
-                                                          {"long", "off"},       {"read-once", nullptr},
+                                                          {"long", "off"},       {"converted", "off"},
+                                                          {"read-once", nullptr},
                                                           {"read-once", "off"}};
     for (const auto &[scenario, value] : runs)
         EXPECT_EQ(in_fresh_process(scenario, value), 0) << scenario << " " << (value ? value : "unset");
