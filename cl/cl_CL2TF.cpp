@@ -58,19 +58,26 @@ struct ArraySlots {
     }
 };
 
+// Where packing tells what it wrote: note(n, offset, length) for every
+// non-empty slot, in order, as its bytes are placed.
+struct NoNotes {
+    void operator()(int, std::size_t, std::size_t) const {}
+};
+
 // Slots first to first + 31 with one 0x1D between neighbours, then the
 // group's 0x17. Separators are written only before a set slot; after the
 // last one, group 1 keeps all of them, while the other groups drop them
 // together with any 0x1D bytes just before (a slot's own text included),
 // back to the start of the buffer at most.
-template <class Slots>
-char *pack_group(const Slots &slots, int first, char *out, char *p, char *&content_end) {
+template <class Slots, class Note>
+char *pack_group(const Slots &slots, int first, char *out, char *p, char *&content_end, Note &note) {
     int last = first;  // the last slot written; i - last separators lead to slot i
     slots.each_set(first, first + kGroupSize, [&](int i, Piece s) {
         std::memset(p, kFieldSep, static_cast<std::size_t>(i - last));
         p += i - last;
         last = i;
         std::memcpy(p, s.text, s.len);
+        if (s.len > 0) note(i, static_cast<std::size_t>(p - out), s.len);
         p += s.len;
         if (s.len > 0) content_end = p;
     });
@@ -90,13 +97,15 @@ char *pack_group(const Slots &slots, int first, char *out, char *p, char *&conte
 // without the separators and group ends after it. Only separators and group
 // ends were written after content_end, so those are cleared at once; the
 // slots' own trailing ones, one by one. Returns the text's length.
-template <class Slots>
-std::size_t pack(const Slots &slots, char *out) {
+template <class Slots, class Note = NoNotes>
+std::size_t pack(const Slots &slots, char *out, Note &&note = Note{}) {
     char *p = out;
     char *content_end = out;  // just after the last byte of a non-empty slot
-    for (int first = 0; first < kLastField; first += kGroupSize) p = pack_group(slots, first, out, p, content_end);
-    slots.each_set(kLastField, kFieldCount, [&](int, Piece s) {
+    for (int first = 0; first < kLastField; first += kGroupSize)
+        p = pack_group(slots, first, out, p, content_end, note);
+    slots.each_set(kLastField, kFieldCount, [&](int n, Piece s) {
         std::memcpy(p, s.text, s.len);
+        if (s.len > 0) note(n, static_cast<std::size_t>(p - out), s.len);
         p += s.len;
         if (s.len > 0) content_end = p;
     });
@@ -273,6 +282,11 @@ struct NameFields {
     char *entry;                                       // the entry copy (mdc_free)
     char *owned[2];                                    // converted values (os_free)
     int ownedCount;
+    // No slot holds a separator, a group end or a NUL. The positional
+    // pieces are fields of packed text and the attribute values were checked
+    // for them; only what the directory-attribute library converts is
+    // looked at again.
+    bool clean;
 
     bool is_set(int i) const { return (set[i / kGroupSize] >> (i % kGroupSize)) & 1U; }
     template <class F>
@@ -290,6 +304,7 @@ struct NameFields {
         std::memset(set, 0, sizeof set);
         entry = nullptr;
         ownedCount = 0;
+        clean = true;
         walk_fields(positionalTF, [this](int n, const char *begin, const char *end) {
             put(n, Piece{begin, static_cast<std::size_t>(end - begin)});
         });
@@ -304,6 +319,7 @@ struct NameFields {
         char *copy = os_strdup(text);
         owned[ownedCount++] = copy;
         set_text(field, copy);
+        if (holds_separator(slots[field].text, static_cast<long>(slots[field].len))) clean = false;
     }
     char **to_array() const {
         auto **array = static_cast<char **>(os_malloc(sizeof(char *) * kFieldCount));
@@ -349,6 +365,10 @@ void store_attribute(NameFields &fields, int field, char *value, int len, int al
     // fields after it (field 130 turns 0x1D into '=' itself).
     else if (holds_separator(value, len)) CL_RAISE(100, 4636);
     store_value(fields, field, value, len);
+    // A value stored longer than the length checked above (the library
+    // terminated it further on) holds bytes nobody looked at.
+    if (field != kIAField && field != kPSAPField && fields.slots[field].len > static_cast<std::size_t>(len))
+        fields.clean = false;
 }
 
 // The positional fields, filled from the attribute part (which is
@@ -376,6 +396,17 @@ void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping,
             }
         },
         [&] { fields.release(); });
+}
+
+// Packs the fields into out and keeps the conversion's record of the text,
+// noted while it is written when the fields allow, else by walking it.
+void pack_and_record(const NameFields &fields, char *out) {
+    if (!fields.clean) {
+        remember_packed(out, pack(fields, out));
+        return;
+    }
+    start_record();
+    finish_record(out, pack(fields, out, note_field));
 }
 
 void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset, int arrayResult,
@@ -406,7 +437,7 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     if (arrayResult)
         result = fields.to_array();
     else
-        remember_packed(out, pack(fields, out));
+        pack_and_record(fields, out);
     fields.release();
     return result;
 }

@@ -49,6 +49,36 @@ void remember_packed(const char *tf, std::size_t length) {
     if (placed) last.length = static_cast<int>(length);
 }
 
+void start_record() {
+    LastPacked &last = g_last;
+    last.length = -1;
+    std::memset(last.maps, 0, sizeof last.maps);
+}
+
+// Offsets beyond the text's bound are never read: finish_record keeps no
+// longer text.
+void note_field(int n, std::size_t offset, std::size_t length) {
+    LastPacked &last = g_last;
+    last.begin[n] = static_cast<std::uint16_t>(offset);
+    last.end[n] = static_cast<std::uint16_t>(offset + length);
+    last.maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
+}
+
+void finish_record(const char *tf, std::size_t length) {
+    LastPacked &last = g_last;
+    if (length > static_cast<std::size_t>(LastPacked::kTextMax)) return;
+    std::memcpy(last.text, tf, length + 1);
+    std::memcpy(last.block, tf, length + 1);
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w)
+        for (std::uint32_t word = last.maps[w]; word; word &= word - 1) {
+            const int n = w * kGroupSize + __builtin_ctz(word);
+            char *end = last.block + last.end[n];
+            *end = '\0';
+            if (end[-1] == '\n') end[-1] = '\0';
+        }
+    last.length = static_cast<int>(length);
+}
+
 LastPacked *last_packed_for(const char *tf) {
     LastPacked &last = g_last;
     if (last.length < 0 || std::strcmp(tf, last.text) != 0) return nullptr;

@@ -38,6 +38,15 @@ struct LastPacked {
 // text, so every reader must still hand it over).
 void remember_packed(const char *tf, std::size_t length);
 
+// The same record made while the text is packed from its fields, when none
+// of their bytes is a separator, a group end or a NUL (so that a walk of the
+// text would find exactly those fields): start_record(), then note_field()
+// for every non-empty field as it is written, then finish_record() with the
+// complete text.
+void start_record();
+void note_field(int n, std::size_t offset, std::size_t length);
+void finish_record(const char *tf, std::size_t length);
+
 // The record when tf holds exactly the remembered bytes; null otherwise.
 // Its readers only read it (the formatters' tables point into its block).
 LastPacked *last_packed_for(const char *tf);
