@@ -16,6 +16,7 @@
 #include "nm.h"
 #include "os.h"
 #include "packed.hpp"
+#include "packing.hpp"
 #include "substitute.hpp"
 #include "t61.h"
 
@@ -24,7 +25,7 @@ namespace {
 
 constexpr const char kSourceFile[] = "cl/cl_CL2TF";
 
-// Field array: unpack and pack.
+// Field array: unpack and pack (cl/packing.hpp).
 
 char *copy_span(const char *begin, const char *end) {
     auto n = static_cast<std::size_t>(end - begin);
@@ -38,81 +39,6 @@ char *copy_span(const char *begin, const char *end) {
 // here.
 void unpack(const char *tf, char **slots) {
     walk_fields(tf, [slots](int n, const char *begin, const char *end) { slots[n] = copy_span(begin, end); });
-}
-
-// A slot's text as packing reads it: not necessarily terminated.
-struct Piece {
-    const char *text;
-    std::size_t len;
-};
-
-// The slots of a field array: each_set(first, end, f) calls f(i, piece)
-// for every set slot from first to end - 1, in order.
-struct ArraySlots {
-    char *const *slots;
-    template <class F>
-    void each_set(int first, int end, F &&f) const {
-#pragma GCC unroll 8  // most slots are null: a short step over each
-        for (int i = first; i < end; ++i)
-            if (const char *s = slots[i]) f(i, Piece{s, std::strlen(s)});
-    }
-};
-
-// Where packing tells what it wrote: note(n, offset, length) for every
-// non-empty slot, in order, as its bytes are placed.
-struct NoNotes {
-    void operator()(int, std::size_t, std::size_t) const {}
-};
-
-// Slots first to first + 31 with one 0x1D between neighbours, then the
-// group's 0x17. Separators are written only before a set slot; after the
-// last one, group 1 keeps all of them, while the other groups drop them
-// together with any 0x1D bytes just before (a slot's own text included),
-// back to the start of the buffer at most.
-template <class Slots, class Note>
-char *pack_group(const Slots &slots, int first, char *out, char *p, char *&content_end, Note &note) {
-    int last = first;  // the last slot written; i - last separators lead to slot i
-    slots.each_set(first, first + kGroupSize, [&](int i, Piece s) {
-        std::memset(p, kFieldSep, static_cast<std::size_t>(i - last));
-        p += i - last;
-        last = i;
-        std::memcpy(p, s.text, s.len);
-        if (s.len > 0) note(i, static_cast<std::size_t>(p - out), s.len);
-        p += s.len;
-        if (s.len > 0) content_end = p;
-    });
-    if (first == 0) {
-        int owed = kGroupSize - 1 - last;
-        std::memset(p, kFieldSep, static_cast<std::size_t>(owed));
-        p += owed;
-    } else {
-        while (p > out && p[-1] == kFieldSep) --p;
-        if (p < content_end) content_end = p;
-    }
-    *p++ = kGroupEnd;
-    return p;
-}
-
-// Groups 1 to 5, then field 160; the text ends at its last non-empty field,
-// without the separators and group ends after it. Only separators and group
-// ends were written after content_end, so those are cleared at once; the
-// slots' own trailing ones, one by one. Returns the text's length.
-template <class Slots, class Note = NoNotes>
-std::size_t pack(const Slots &slots, char *out, Note &&note = Note{}) {
-    char *p = out;
-    char *content_end = out;  // just after the last byte of a non-empty slot
-    for (int first = 0; first < kLastField; first += kGroupSize)
-        p = pack_group(slots, first, out, p, content_end, note);
-    slots.each_set(kLastField, kFieldCount, [&](int n, Piece s) {
-        std::memcpy(p, s.text, s.len);
-        if (s.len > 0) note(n, static_cast<std::size_t>(p - out), s.len);
-        p += s.len;
-        if (s.len > 0) content_end = p;
-    });
-    std::memset(content_end, 0, static_cast<std::size_t>(p - content_end) + 1);
-    p = content_end;
-    while (p > out && (p[-1] == kFieldSep || p[-1] == kGroupEnd)) *--p = '\0';
-    return static_cast<std::size_t>(p - out);
 }
 
 // Substitute characters (cl/substitute.hpp).
@@ -282,10 +208,9 @@ struct NameFields {
     char *entry;                                       // the entry copy (mdc_free)
     char *owned[2];                                    // converted values (os_free)
     int ownedCount;
-    // No slot holds a separator, a group end or a NUL. The positional
-    // pieces are fields of packed text and the attribute values were checked
-    // for them; only what the directory-attribute library converts is
-    // looked at again.
+    // No slot holds a separator or a group end, so a walk of the packed text
+    // finds exactly the set slots that are not empty. The positional pieces
+    // are fields of packed text; each stored attribute value is looked at.
     bool clean;
 
     bool is_set(int i) const { return (set[i / kGroupSize] >> (i % kGroupSize)) & 1U; }
@@ -319,7 +244,6 @@ struct NameFields {
         char *copy = os_strdup(text);
         owned[ownedCount++] = copy;
         set_text(field, copy);
-        if (holds_separator(slots[field].text, static_cast<long>(slots[field].len))) clean = false;
     }
     char **to_array() const {
         auto **array = static_cast<char **>(os_malloc(sizeof(char *) * kFieldCount));
@@ -365,10 +289,10 @@ void store_attribute(NameFields &fields, int field, char *value, int len, int al
     // fields after it (field 130 turns 0x1D into '=' itself).
     else if (holds_separator(value, len)) CL_RAISE(100, 4636);
     store_value(fields, field, value, len);
-    // A value stored longer than the length checked above (the library
-    // terminated it further on) holds bytes nobody looked at.
-    if (field != kIAField && field != kPSAPField && fields.slots[field].len > static_cast<std::size_t>(len))
-        fields.clean = false;
+    // What is stored may differ from what was checked: a converted value,
+    // or a value the library terminated past its length.
+    const Piece &stored = fields.slots[field];
+    if (holds_separator(stored.text, static_cast<long>(stored.len))) fields.clean = false;
 }
 
 // The positional fields, filled from the attribute part (which is

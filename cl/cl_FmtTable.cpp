@@ -86,11 +86,8 @@ namespace {
 // Points the entries the last fill set back at the empty text.
 char **reset_shared(SharedEntries &shared) {
     char **entries = shared.entries;
-    for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
-        for (std::uint32_t word = shared.filled[w]; word; word &= word - 1)
-            entries[w * kGroupSize + __builtin_ctz(word)] = g_emptyField;
-        shared.filled[w] = 0;
-    }
+    each_mapped_field(shared.filled, [entries](int n) { entries[n] = g_emptyField; });
+    std::memset(shared.filled, 0, sizeof shared.filled);
     return entries;
 }
 
@@ -119,17 +116,11 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
 char **known_entries(LastPacked &known, int fieldCount, LocalTable &local) {
     SharedEntries &shared = g_shared;
     char **entries = reset_shared(shared);
-    for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
-        const int first = w * kGroupSize;
-        if (first >= fieldCount) break;
-        std::uint32_t word = known.maps[w];
-        if (fieldCount - first < kGroupSize) word &= (UINT32_C(1) << (fieldCount - first)) - 1;
-        shared.filled[w] = word;
-        for (; word; word &= word - 1) {
-            const int n = first + __builtin_ctz(word);
-            entries[n] = known.block + known.begin[n];
-        }
-    }
+    each_mapped_field(known.maps, [&](int n) {
+        if (n >= fieldCount) return;
+        entries[n] = known.block + known.begin[n];
+        shared.filled[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
+    });
     local.entries = entries;
     return entries;
 }

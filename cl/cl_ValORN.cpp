@@ -32,7 +32,7 @@ enum Reason : int {
 };
 
 // Six words, bit k of word w for field 32w + k.
-using Maps = uint32_t[6];
+using Maps = FieldMaps;
 
 constexpr uint32_t bit(int k) { return UINT32_C(1) << k; }
 constexpr uint32_t kPersonalBits = 0x00F;  // fields 0-3 (64-67 in word 2)
@@ -145,12 +145,9 @@ bool some_field_ends_in_space(const char *orn, const nm_ParsedORN &parsed) {
 
 // The same for a text the conversion has just made, from its record.
 bool some_field_ends_in_space(const LastPacked &known) {
-    for (int w = 0; w <= kFieldCount / kGroupSize; ++w)
-        for (uint32_t word = known.maps[w]; word; word &= word - 1) {
-            const int f = w * kGroupSize + __builtin_ctz(word);
-            if (known.text[known.end[f] - 1] == ' ') return true;
-        }
-    return false;
+    bool found = false;
+    each_mapped_field(known.maps, [&](int f) { found = found || known.text[known.end[f] - 1] == ' '; });
+    return found;
 }
 
 // The field maps come from the conversion's record when the text is the one

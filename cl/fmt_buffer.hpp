@@ -165,7 +165,7 @@ extern char *const kSharedEmpty;
 // (bit k of word w for field 32w + k); the others point at kSharedEmpty.
 struct SharedEntries {
     char *entries[kFieldCount + 1];
-    std::uint32_t filled[kFieldCount / kGroupSize + 1];
+    FieldMaps filled;
 };
 extern SharedEntries g_shared;
 

@@ -12,41 +12,13 @@ LastPacked g_last;
 
 }  // namespace
 
-// One pass copies the text twice over (as made, and with every field
-// terminated) and notes its fields by the packed form's rules, as
-// walk_fields reads them; separate copies and a walk cost more than the
-// pass on a name of a few dozen bytes.
+// Walked by the packed form's rules, as the formatters' own table is.
 void remember_packed(const char *tf, std::size_t length) {
-    LastPacked &last = g_last;
-    last.length = -1;
-    if (length > static_cast<std::size_t>(LastPacked::kTextMax)) return;
-    std::memset(last.maps, 0, sizeof last.maps);
-    bool placed = true;  // no non-empty field lies beyond 160
-    int n = 0;           // the field open at i
-    std::size_t start = 0;
-    for (std::size_t i = 0;; ++i) {
-        const char c = tf[i];
-        last.text[i] = c;
-        if (!kFieldEnd[static_cast<unsigned char>(c)]) {
-            last.block[i] = c;
-            continue;
-        }
-        last.block[i] = '\0';
-        if (i > start) {
-            if (n > kLastField) {
-                placed = false;
-            } else {
-                last.begin[n] = static_cast<std::uint16_t>(start);
-                last.end[n] = static_cast<std::uint16_t>(i);
-                last.maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
-                if (tf[i - 1] == '\n') last.block[i - 1] = '\0';
-            }
-        }
-        if (c == '\0') break;
-        n = c == kGroupEnd ? next_group(n) : n + 1;
-        start = i + 1;
-    }
-    if (placed) last.length = static_cast<int>(length);
+    start_record();
+    const bool placed = walk_fields(tf, [tf](int n, const char *begin, const char *end) {
+        note_field(n, static_cast<std::size_t>(begin - tf), static_cast<std::size_t>(end - begin));
+    });
+    if (placed) finish_record(tf, length);
 }
 
 void start_record() {
@@ -64,18 +36,18 @@ void note_field(int n, std::size_t offset, std::size_t length) {
     last.maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
 }
 
+// The block's fields end as the formatters' own table ends them: at their
+// separator, and a final line feed dropped.
 void finish_record(const char *tf, std::size_t length) {
     LastPacked &last = g_last;
     if (length > static_cast<std::size_t>(LastPacked::kTextMax)) return;
     std::memcpy(last.text, tf, length + 1);
     std::memcpy(last.block, tf, length + 1);
-    for (int w = 0; w <= kFieldCount / kGroupSize; ++w)
-        for (std::uint32_t word = last.maps[w]; word; word &= word - 1) {
-            const int n = w * kGroupSize + __builtin_ctz(word);
-            char *end = last.block + last.end[n];
-            *end = '\0';
-            if (end[-1] == '\n') end[-1] = '\0';
-        }
+    each_mapped_field(last.maps, [&last](int n) {
+        char *end = last.block + last.end[n];
+        *end = '\0';
+        if (end[-1] == '\n') end[-1] = '\0';
+    });
     last.length = static_cast<int>(length);
 }
 

@@ -22,8 +22,8 @@ struct LastPacked {
     static constexpr int kTextMax = 4096;
 
     int length = -1;  // bytes of text; -1 while nothing is held
-    // Bit k of word w: field 32w + k is non-empty (the name library's maps).
-    std::uint32_t maps[kFieldCount / kGroupSize + 1];
+    // Field 32w + k is non-empty: bit k of word w (the name library's maps).
+    FieldMaps maps;
     // Offsets of the bytes of each field in text and block; read only
     // where maps has the field's bit.
     std::uint16_t begin[kFieldCount];

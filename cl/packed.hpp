@@ -3,6 +3,7 @@
 #define CL_PACKED_HPP
 
 #include <array>
+#include <cstdint>
 
 #include "orn.h"
 
@@ -34,19 +35,36 @@ inline constexpr std::array<bool, 256> kFieldEnd = make_field_ends();
 // The first field of the group after the one that holds field n.
 constexpr int next_group(int n) { return (n / kGroupSize + 1) * kGroupSize; }
 
+// Field maps: bit k of word w for field 32w + k.
+using FieldMaps = std::uint32_t[kFieldCount / kGroupSize + 1];
+
+// Calls f(n) for every field n whose bit is set in maps, in order.
+template <class F>
+void each_mapped_field(const FieldMaps &maps, F &&f) {
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w)
+        for (std::uint32_t word = maps[w]; word; word &= word - 1) f(w * kGroupSize + __builtin_ctz(word));
+}
+
 // Calls field(n, begin, end) for every non-empty field of packed text up to
-// field 160, in order; fields the text would place beyond 160 are skipped.
-// field may overwrite the byte at end (the walk has read it) and bytes
-// before it. Runs of empty fields are stepped over without a call.
+// field 160, in order; fields the text would place beyond 160 are skipped,
+// and the result is then false. field may overwrite the byte at end (the
+// walk has read it) and bytes before it. Runs of empty fields are stepped
+// over without a call.
 template <class C, class Field>
-void walk_fields(C *tf, Field &&field) {
+bool walk_fields(C *tf, Field &&field) {
     int n = 0;
+    bool placed = true;  // no non-empty field lies beyond 160
     C *start = tf;
     for (C *p = tf;; ++p) {
         while (!kFieldEnd[static_cast<unsigned char>(*p)]) ++p;  // the field's bytes
         const char end = *p;
-        if (n <= kLastField && p > start) field(n, start, p);
-        if (end == '\0') return;
+        if (p > start) {
+            if (n <= kLastField)
+                field(n, start, p);
+            else
+                placed = false;
+        }
+        if (end == '\0') return placed;
         if (end == kGroupEnd)
             n = next_group(n);
         else
