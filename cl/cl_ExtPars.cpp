@@ -203,11 +203,21 @@ void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile
     }
 }
 
+// Whether reading attrs after a joined name and mail node can raise no
+// escape: a lone '/', one empty standard value, which is what the
+// command-line conversion hands over after a positional part that
+// attributes follow. Such a reading needs no protected block.
+bool reads_without_escape(const char *attrs, bool joined) { return joined && attrs[0] == '/' && attrs[1] == '\0'; }
+
 void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker, bool joined = false) {
     Trace t(kTrace17, "cl_ParseExternalAttribs2");
     *err_index = 0;
     volatile int field = kFirstStandardField;
     volatile int number = 0;
+    if (reads_without_escape(attrs, joined)) {
+        parse_attributes(tf, attrs, field, number, allow_marker != 0, joined);
+        return t.exit();
+    }
     protect(
         CL_HERE, [&] { parse_attributes(tf, attrs, field, number, allow_marker != 0, joined); },
         [&] {
@@ -258,7 +268,10 @@ int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
         copy_name_part(part, text, static_cast<std::size_t>(name_end - text));
         cl_ParseNameLoclAddr2(part, result, allow_marker);
     }
-    if (attrs) {
+    if (attrs && reads_without_escape(attrs, true)) {
+        int index = 0;
+        parse_external_attribs(result, attrs, &index, allow_marker, true);
+    } else if (attrs) {
         volatile int index = 0;
         protect(
             CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker, true); },
