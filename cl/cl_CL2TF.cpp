@@ -12,7 +12,6 @@
 #include "frame.hpp"
 #include "fstr.h"
 #include "last_packed.hpp"
-#include "mdc.h"
 #include "nm.h"
 #include "os.h"
 #include "packed.hpp"
@@ -196,6 +195,29 @@ void check_controls(int field, const char *value, int len, int allowMarker) {
     }
 }
 
+// The entry copy: the encoded attribute part, which the directory libraries
+// read and in which values are cut in place. The buffer is kept from one
+// conversion to the next and grows to the longest entry seen, so a
+// conversion allocates nothing for it and an escape leaves nothing of it to
+// release.
+struct EntryCopy {
+    char *text = nullptr;
+    std::size_t size = 0;  // bytes of text, terminator included
+};
+EntryCopy g_entry;
+
+char *copy_entry(const char *entry) {
+    const std::size_t n = std::strlen(entry) + 1;
+    if (n > g_entry.size) {
+        os_free(g_entry.text);
+        g_entry = EntryCopy{};
+        g_entry.text = static_cast<char *>(os_malloc(n));
+        g_entry.size = n;
+    }
+    std::memcpy(g_entry.text, entry, n);
+    return g_entry.text;
+}
+
 // The fields of the name while the attribute part fills them in, as pieces
 // of the texts that hold them: the positional packed text, the entry copy,
 // and the copies of the values that the directory-attribute library
@@ -205,7 +227,6 @@ void check_controls(int field, const char *value, int len, int allowMarker) {
 struct NameFields {
     std::uint32_t set[kFieldCount / kGroupSize + 1];  // bit i % 32 of word i / 32: slot i is set
     Piece slots[kFieldCount];                          // read only where set
-    char *entry;                                       // the entry copy (mdc_free)
     char *owned[2];                                    // converted values (os_free)
     int ownedCount;
     // No slot holds a separator or a group end, so a walk of the packed text
@@ -227,7 +248,6 @@ struct NameFields {
 
     void start(const char *positionalTF) {
         std::memset(set, 0, sizeof set);
-        entry = nullptr;
         ownedCount = 0;
         clean = true;
         walk_fields(positionalTF, [this](int n, const char *begin, const char *end) {
@@ -252,8 +272,6 @@ struct NameFields {
         return array;
     }
     void release() {
-        mdc_free(entry);
-        entry = nullptr;
         while (ownedCount > 0) os_free(owned[--ownedCount]);
     }
 };
@@ -296,9 +314,9 @@ void store_attribute(NameFields &fields, int field, char *value, int len, int al
 }
 
 // The positional fields, filled from the attribute part (which is
-// rewritten). On an escape the entry copy and the converted values are
-// released before the escape goes on; otherwise the caller releases them
-// once it has taken the fields.
+// rewritten). On an escape the converted values are released before the
+// escape goes on; otherwise the caller releases them once it has taken the
+// fields.
 void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping, int allowMarker,
                           NameFields &fields) {
     fields.start(positionalTF);
@@ -306,8 +324,7 @@ void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping,
         CL_HERE,
         [&] {
             for (char *p = attrs; (p = std::strchr(p, kRepeatedDelimiter)) != nullptr; ++p) *p = kNameValue;
-            fields.entry = os_strdup(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
-            char *entry = fields.entry;
+            char *entry = copy_entry(da_EncodeEntryIA(da_MapToInternalTags(attrs, tagMapping, 1)));
             dr_ValidateEntry(entry, 0, allowMarker, 0, 1);
             da_AttrCursor cursor;
             da_ParseAttribList(entry, &cursor);
