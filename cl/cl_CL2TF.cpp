@@ -12,6 +12,7 @@
 #include "frame.hpp"
 #include "fstr.h"
 #include "last_packed.hpp"
+#include "name_parse.hpp"
 #include "nm.h"
 #include "os.h"
 #include "packed.hpp"
@@ -171,14 +172,14 @@ std::size_t split_positional(const char *t, char (&pos)[kPositionalMax + 1]) {
     return i;
 }
 
-void parse_positional(char *pos, char *packed, int allowMarker, int mailNodeForm) {
+// pos holds n bytes; it is not read again, so the parser may work in it.
+void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, int mailNodeForm) {
     if (mailNodeForm) {
-        std::size_t n = std::strlen(pos);
         while (n > 0 && pos[n - 1] == '/') pos[--n] = '\0';
         cl_PositionalMnToORN(packed, pos);
     } else {
         int errIndex = 0;  // the failing extension attribute: not needed here
-        cl_ParseFullOrn2(pos, packed, &errIndex, allowMarker);
+        parse_full_orn(pos, n, packed, &errIndex, allowMarker, true);
     }
 }
 
@@ -359,7 +360,7 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     char packed[kPackedSize];
     packed[0] = '\0';
     if (i != 0) {
-        parse_positional(pos, packed, allowMarker, mailNodeForm);
+        parse_positional(pos, i, packed, allowMarker, mailNodeForm);
         if (t[i] == '\0') {
             if (!arrayResult) {
                 const std::size_t n = std::strlen(packed);

@@ -13,6 +13,7 @@
 #include "frame.hpp"
 #include "gen.h"
 #include "mdc.h"
+#include "name_parse.hpp"
 #include "nm.h"
 #include "packed.hpp"
 
@@ -80,7 +81,7 @@ const char *end_of(const char *text) { return text + std::strlen(text); }
 // room; found once, then kept.
 struct PackedEnd {
     char *end;
-    explicit PackedEnd(char *tf) : end(tf + std::strlen(tf)) {}
+    explicit PackedEnd(char *tf, char *known_end = nullptr) : end(known_end ? known_end : tf + std::strlen(tf)) {}
     void append(std::string_view s) {
         std::memcpy(end, s.data(), s.size());
         end += s.size();
@@ -206,16 +207,26 @@ void parse_attributes(char *tf, const char *attrs, volatile int &field, volatile
 // Whether reading attrs after a joined name and mail node can raise no
 // escape: a lone '/', one empty standard value, which is what the
 // command-line conversion hands over after a positional part that
-// attributes follow. Such a reading needs no protected block.
+// attributes follow. Such a reading needs no protected block, and unless
+// cl_ConvertSpecialChar would trace on the empty value, it is written at
+// once: field 7 closed, field 8 empty and closed.
 bool reads_without_escape(const char *attrs, bool joined) { return joined && attrs[0] == '/' && attrs[1] == '\0'; }
 
-void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker, bool joined = false) {
+// tf_end, when known, is where tf ends.
+void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int allow_marker, bool joined = false,
+                            char *tf_end = nullptr) {
     Trace t(kTrace17, "cl_ParseExternalAttribs2");
     *err_index = 0;
     volatile int field = kFirstStandardField;
     volatile int number = 0;
     if (reads_without_escape(attrs, joined)) {
-        parse_attributes(tf, attrs, field, number, allow_marker != 0, joined);
+        if (!shortcut_allowed()) {
+            parse_attributes(tf, attrs, field, number, allow_marker != 0, joined);
+            return t.exit();
+        }
+        PackedEnd standard(tf, tf_end);
+        standard.append_sep();
+        standard.append_sep();
         return t.exit();
     }
     protect(
@@ -230,20 +241,39 @@ void parse_external_attribs(char *tf, char *attrs, volatile int *err_index, int 
     t.exit();
 }
 
-// Copies the name part text[0..n) into part (kNamePartMax + 1 bytes).
-void copy_name_part(char *part, const char *text, std::size_t n) {
+void check_name_part(std::size_t n) {
     if (n > static_cast<std::size_t>(kNamePartMax)) CL_RAISE(kGroup, kNamePartTooLong);
-    std::memcpy(part, text, n);
-    part[n] = '\0';
 }
 
-int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
+// The name part text[0..n), in part (kNamePartMax + 1 bytes), or in place
+// when the text is the caller's scratch: terminated there for the parse,
+// then given its byte back.
+char *parse_name_part(char *text, std::size_t n, bool scratch, char *result, bool allow_marker) {
+    check_name_part(n);
+    bool mail_node = false;
+    if (scratch) {
+        const char kept = text[n];
+        text[n] = '\0';
+        const std::size_t length = parse_name_and_node(text, n, result, allow_marker, &mail_node);
+        text[n] = kept;
+        return result + length;
+    }
+    char part[kNamePartMax + 1];  // bounded by check_name_part
+    std::memcpy(part, text, n);
+    part[n] = '\0';
+    return result + parse_name_and_node(part, n, result, allow_marker, &mail_node);
+}
+
+}  // namespace
+
+int parse_full_orn(char *text, std::size_t length, char *result, int *err_index, int allow_marker, bool scratch) {
+    Trace t(kTrace19, "cl_ParseFullOrn2");
     result[0] = '\0';
     // The name part runs to the end, to the first '/' when the mail node is
     // empty ('Smith//val8'), or to where the attributes start. A name and
     // mail node without attributes are parsed in the caller's text itself.
-    char *const slash = std::strchr(text, '/');
-    char *name_end = slash ? slash : text + std::strlen(text);
+    char *const slash = static_cast<char *>(std::memchr(text, '/', length));
+    char *name_end = slash ? slash : text + length;
     char *attrs = nullptr;
     bool in_place = false;
     int more = 0;
@@ -261,20 +291,20 @@ int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
             in_place = true;
         }
     }
+    char *result_end = nullptr;
     if (in_place) {
-        cl_ParseNameLoclAddr2(text, result, allow_marker);
+        bool mail_node = false;
+        parse_name_and_node(text, length, result, allow_marker != 0, &mail_node);
     } else {
-        char part[kNamePartMax + 1];  // bounded by copy_name_part
-        copy_name_part(part, text, static_cast<std::size_t>(name_end - text));
-        cl_ParseNameLoclAddr2(part, result, allow_marker);
+        result_end = parse_name_part(text, static_cast<std::size_t>(name_end - text), scratch, result, allow_marker != 0);
     }
     if (attrs && reads_without_escape(attrs, true)) {
         int index = 0;
-        parse_external_attribs(result, attrs, &index, allow_marker, true);
+        parse_external_attribs(result, attrs, &index, allow_marker, true, result_end);
     } else if (attrs) {
         volatile int index = 0;
         protect(
-            CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker, true); },
+            CL_HERE, [&] { parse_external_attribs(result, attrs, &index, allow_marker, true, result_end); },
             [&] {
                 if (er_GetGroup() != kGroup) return;
                 const int reason = er_GetReason();
@@ -285,17 +315,15 @@ int parse_full_orn(char *text, char *result, int *err_index, int allow_marker) {
                 if (is_located_in_extension(reason)) *err_index = index;
             });
     }
-    return more;
+    return t.exit(more);
 }
 
-}  // namespace
 }  // namespace cl
 
 extern "C" {
 
 int cl_ParseFullOrn2(char *text, char *result, int *errIndex, int allowMarker) {
-    cl::Trace t(cl::kTrace19, "cl_ParseFullOrn2");
-    return t.exit(cl::parse_full_orn(text, result, errIndex, allowMarker));
+    return cl::parse_full_orn(text, std::strlen(text), result, errIndex, allowMarker, false);
 }
 
 int cl_ParseFullOrn(char *text, char *result, int *errIndex) {

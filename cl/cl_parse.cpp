@@ -14,6 +14,7 @@
 
 #include "cl.h"
 #include "frame.hpp"
+#include "name_parse.hpp"
 #include "packed.hpp"
 #include "substitute.hpp"
 
@@ -355,8 +356,8 @@ private:
 static_assert(std::is_trivially_destructible_v<Scan>);
 
 // Writes count fields joined by the field separator, with one after the
-// last when `closed`, and the terminator.
-void join(char *result, const std::string_view *fields, int count, bool closed) {
+// last when `closed`, and the terminator; returns the length written.
+std::size_t join(char *result, const std::string_view *fields, int count, bool closed) {
     char *out = result;
     for (int i = 0; i < count; ++i) {
         if (i > 0) *out++ = kFieldSep;
@@ -366,37 +367,29 @@ void join(char *result, const std::string_view *fields, int count, bool closed) 
     }
     if (closed) *out++ = kFieldSep;
     *out = '\0';
+    return static_cast<std::size_t>(out - result);
 }
 
-// Pre-pass and scan of a writable typed text.
-void tidy_and_scan(char *text, Scan &scan) {
-    int length = static_cast<int>(std::strlen(text));
-    RemoveRedundantSpaces(text, &length);
+// Pre-pass and scan of a writable typed text of `length` bytes.
+void tidy_and_scan(char *text, std::size_t length, Scan &scan) {
+    int n = static_cast<int>(length);
+    RemoveRedundantSpaces(text, &n);
     scan.run();
 }
 
 void parse_orn(char *name, char *result, int surname_required) {
     Scan scan(name, Rules{false, true, false, -1});
-    tidy_and_scan(name, scan);
+    tidy_and_scan(name, std::strlen(name), scan);
     if (surname_required && scan.work().surname[0] == '\0') CL_RAISE(kGroup, kNoSurname);
     std::string_view fields[kParsedFields];
     scan.fields(fields);
     join(result, fields, kNameFields, true);
 }
 
-int parse_name_and_node(char *text, char *result, int allow_marker) {
-    Scan scan(text, Rules{true, allow_marker != 0, true, -1});
-    tidy_and_scan(text, scan);
-    scan.settle_mail_node();
-    std::string_view fields[kParsedFields];
-    scan.fields(fields);
-    join(result, fields, kParsedFields, false);
-    return scan.has_mail_node() ? 1 : 0;
-}
 
 void parse_local_address(char *text, char *result) {
     Scan scan(text, Rules{true, true, false, 0});
-    tidy_and_scan(text, scan);
+    tidy_and_scan(text, std::strlen(text), scan);
     if (scan.work().units[0][0] == '\0') CL_RAISE(kGroup, kNoMailNode);
     std::string_view fields[kParsedFields];
     scan.fields(fields);
@@ -404,6 +397,20 @@ void parse_local_address(char *text, char *result) {
 }
 
 }  // namespace
+
+std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode) {
+    Trace t(kTrace19, "cl_ParseNameLoclAddr2");
+    Scan scan(text, Rules{true, allowMarker, true, -1});
+    tidy_and_scan(text, length, scan);
+    scan.settle_mail_node();
+    std::string_view fields[kParsedFields];
+    scan.fields(fields);
+    const std::size_t n = join(result, fields, kParsedFields, false);
+    *mailNode = scan.has_mail_node();
+    t.exit();
+    return n;
+}
+
 }  // namespace cl
 
 extern "C" {
@@ -421,8 +428,9 @@ void cl_ParseName(char *name, char *result) {
 }
 
 int cl_ParseNameLoclAddr2(char *text, char *result, int allowMarker) {
-    cl::Trace t(cl::kTrace19, "cl_ParseNameLoclAddr2");
-    return t.exit(cl::parse_name_and_node(text, result, allowMarker));
+    bool mailNode = false;
+    cl::parse_name_and_node(text, std::strlen(text), result, allowMarker != 0, &mailNode);
+    return mailNode ? 1 : 0;
 }
 
 int cl_ParseNameLoclAddr(char *text, char *result) {
