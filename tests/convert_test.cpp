@@ -108,6 +108,10 @@ TEST(ConvCltoORN, FieldsOrReason) {
         {"title=Head/organization=Acme", g1("||||||||Acme") + "|Head"}, {"Smith/TITLE=Head", g1("Smith") + "|Head"},
         {"Smith/133=Head", g1("Smith") + "|Head"}, {"/Sales/surname=Jones", "Jones||||Sales"},
         {"Smith/title=Head/", g1("Smith") + "|Head"}, {"Smith/title=a\\/b\\=c\\\\", g1("Smith") + "|a/b=c\\"},
+        // the positional text is parsed in place: the bytes that end its name part stay for what follows
+        {"John Smith/Sales,London/title=Head", g1("Smith|John|||Sales|London") + "|Head"},
+        {"Smith/Sales(ref|x)/title=Head", g1("Smith||||Sales|||||||||||ref|x") + "|Head"},
+        {"Smith//val8/title=Head", g1("Smith||||||||val8") + "|Head"},
         {"Smith/postalAddress=Main St%10", g1("Smith") + "||||||||||||||Main St\\x1810"},
         {"Smith/conversionValue=S:abc", g1("Smith") + "####abc"},
         {"Smith/internetAddress=rfc822=a@b", g1("Smith") + "###||rfc822=a@b"},

@@ -111,6 +111,7 @@ TEST(Parse, FieldsOrReason) {
         {Full, "Smith", "Smith|||||||", 0}, {Full, "Smith/  ", "Smith|||||||", 0},
         {Full, "Smith/()", "Smith|||||||||||||||||", 1}, {Full, "Smith/( )", "Smith|||||||||||||||||", 1},
         {Full, "Smith/Sales", "Smith||||Sales|||", 1}, {Full, "Smith//val8", "Smith||||||||val8|", 1},
+        {Full, "Smith/Sales/", "Smith||||Sales|||||", 1}, {Full, "Smith//", "Smith|||||||||", 1},
         {Full, "Smith/ /val8", "Smith||||||||val8|", 1}, {Full, "Smith//" + o64, "Smith||||||||" + o64 + "|", 1},
         {Full, "Smith/Sales//GB", "Smith||||Sales|||||GB|", 1},
         {Full, "Smith/S/ a_b!c{d} \t", "Smith||||S||||a b.c(d)|", 1},
