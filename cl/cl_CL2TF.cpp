@@ -236,6 +236,11 @@ struct NameFields {
     bool clean;
 
     bool is_set(int i) const { return (set[i / kGroupSize] >> (i % kGroupSize)) & 1U; }
+    int set_bound() const {  // one past the last set slot
+        for (int w = kFieldCount / kGroupSize; w >= 0; --w)
+            if (set[w]) return w * kGroupSize + kGroupSize - __builtin_clz(set[w]);
+        return 0;
+    }
     template <class F>
     void each_set(int first, int end, F &&f) const {  // within one group
         std::uint32_t word = set[first / kGroupSize] >> (first % kGroupSize);

@@ -18,9 +18,11 @@ struct Piece {
 };
 
 // The slots of a field array: each_set(first, end, f) calls f(i, piece)
-// for every set slot from first to end - 1, in order.
+// for every set slot from first to end - 1, in order; no slot from
+// set_bound() on is set.
 struct ArraySlots {
     char *const *slots;
+    static constexpr int set_bound() { return kFieldCount; }
     template <class F>
     void each_set(int first, int end, F &&f) const {
 #pragma GCC unroll 8  // most slots are null: a short step over each
@@ -68,13 +70,16 @@ char *pack_group(const Slots &slots, int first, char *out, char *p, char *&conte
 // without the separators and group ends after it. Only separators and group
 // ends were written after content_end, so those are cleared at once; the
 // slots' own trailing ones, one by one. Returns the text's length.
+// The groups after the last one with a set slot would add only group ends,
+// which go with the rest, so they are not written.
 template <class Slots, class Note = NoNotes>
 std::size_t pack(const Slots &slots, char *out, Note &&note = Note{}) {
     char *p = out;
     char *content_end = out;  // just after the last byte of a non-empty slot
-    for (int first = 0; first < kLastField; first += kGroupSize)
+    const int bound = slots.set_bound();
+    for (int first = 0; first < kLastField && first < bound; first += kGroupSize)
         p = pack_group(slots, first, out, p, content_end, note);
-    slots.each_set(kLastField, kFieldCount, [&](int n, Piece s) {
+    if (bound > kLastField) slots.each_set(kLastField, kFieldCount, [&](int n, Piece s) {
         std::memcpy(p, s.text, s.len);
         if (s.len > 0) note(n, static_cast<std::size_t>(p - out), s.len);
         p += s.len;
