@@ -173,13 +173,15 @@ std::size_t split_positional(const char *t, char (&pos)[kPositionalMax + 1]) {
 }
 
 // pos holds n bytes; it is not read again, so the parser may work in it.
-void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, int mailNodeForm) {
+void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, int mailNodeForm,
+                      ParsedFields &noted) {
     if (mailNodeForm) {
         while (n > 0 && pos[n - 1] == '/') pos[--n] = '\0';
         cl_PositionalMnToORN(packed, pos);
+        noted.complete = false;  // its fields are found by a walk
     } else {
         int errIndex = 0;  // the failing extension attribute: not needed here
-        parse_full_orn(pos, n, packed, &errIndex, allowMarker, true);
+        parse_full_orn(pos, n, packed, &errIndex, allowMarker, true, &noted);
     }
 }
 
@@ -252,10 +254,17 @@ struct NameFields {
         }
     }
 
-    void start(const char *positionalTF) {
+    // The fields of the positional packed text: as its parser noted them,
+    // or found by a walk.
+    void start(const char *positionalTF, const ParsedFields &noted) {
         std::memset(set, 0, sizeof set);
         ownedCount = 0;
         clean = true;
+        if (noted.complete) {
+            for (int k = 0; k < noted.count; ++k)
+                put(noted.at[k].field, Piece{positionalTF + noted.at[k].begin, noted.at[k].length});
+            return;
+        }
         walk_fields(positionalTF, [this](int n, const char *begin, const char *end) {
             put(n, Piece{begin, static_cast<std::size_t>(end - begin)});
         });
@@ -323,9 +332,9 @@ void store_attribute(NameFields &fields, int field, char *value, int len, int al
 // rewritten). On an escape the converted values are released before the
 // escape goes on; otherwise the caller releases them once it has taken the
 // fields.
-void fill_from_attributes(char *attrs, const char *positionalTF, int tagMapping, int allowMarker,
-                          NameFields &fields) {
-    fields.start(positionalTF);
+void fill_from_attributes(char *attrs, const char *positionalTF, const ParsedFields &noted, int tagMapping,
+                          int allowMarker, NameFields &fields) {
+    fields.start(positionalTF, noted);
     pass_on_block(
         CL_HERE,
         [&] {
@@ -364,8 +373,10 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     std::size_t i = split_positional(t, pos);
     char packed[kPackedSize];
     packed[0] = '\0';
+    ParsedFields noted;
+    noted.complete = true;  // an empty positional text has no fields
     if (i != 0) {
-        parse_positional(pos, i, packed, allowMarker, mailNodeForm);
+        parse_positional(pos, i, packed, allowMarker, mailNodeForm, noted);
         if (t[i] == '\0') {
             if (!arrayResult) {
                 const std::size_t n = std::strlen(packed);
@@ -379,7 +390,7 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
         }
     }
     NameFields fields;
-    fill_from_attributes(t + i, packed, tagMapping, allowMarker, fields);
+    fill_from_attributes(t + i, packed, noted, tagMapping, allowMarker, fields);
     void *result = out;
     if (arrayResult)
         result = fields.to_array();

@@ -248,25 +248,26 @@ void check_name_part(std::size_t n) {
 // The name part text[0..n), in part (kNamePartMax + 1 bytes), or in place
 // when the text is the caller's scratch: terminated there for the parse,
 // then given its byte back.
-char *parse_name_part(char *text, std::size_t n, bool scratch, char *result, bool allow_marker) {
+char *parse_name_part(char *text, std::size_t n, bool scratch, char *result, bool allow_marker, ParsedFields *noted) {
     check_name_part(n);
     bool mail_node = false;
     if (scratch) {
         const char kept = text[n];
         text[n] = '\0';
-        const std::size_t length = parse_name_and_node(text, n, result, allow_marker, &mail_node);
+        const std::size_t length = parse_name_and_node(text, n, result, allow_marker, &mail_node, noted);
         text[n] = kept;
         return result + length;
     }
     char part[kNamePartMax + 1];  // bounded by check_name_part
     std::memcpy(part, text, n);
     part[n] = '\0';
-    return result + parse_name_and_node(part, n, result, allow_marker, &mail_node);
+    return result + parse_name_and_node(part, n, result, allow_marker, &mail_node, noted);
 }
 
 }  // namespace
 
-int parse_full_orn(char *text, std::size_t length, char *result, int *err_index, int allow_marker, bool scratch) {
+int parse_full_orn(char *text, std::size_t length, char *result, int *err_index, int allow_marker, bool scratch,
+                   ParsedFields *noted) {
     Trace t(kTrace19, "cl_ParseFullOrn2");
     result[0] = '\0';
     // The name part runs to the end, to the first '/' when the mail node is
@@ -294,10 +295,13 @@ int parse_full_orn(char *text, std::size_t length, char *result, int *err_index,
     char *result_end = nullptr;
     if (in_place) {
         bool mail_node = false;
-        parse_name_and_node(text, length, result, allow_marker != 0, &mail_node);
+        parse_name_and_node(text, length, result, allow_marker != 0, &mail_node, noted);
     } else {
-        result_end = parse_name_part(text, static_cast<std::size_t>(name_end - text), scratch, result, allow_marker != 0);
+        result_end = parse_name_part(text, static_cast<std::size_t>(name_end - text), scratch, result,
+                                     allow_marker != 0, noted);
     }
+    // A lone '/' adds an empty field; other attributes may add more.
+    if (noted && attrs && !reads_without_escape(attrs, true)) noted->complete = false;
     if (attrs && reads_without_escape(attrs, true)) {
         int index = 0;
         parse_external_attribs(result, attrs, &index, allow_marker, true, result_end);

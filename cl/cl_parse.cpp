@@ -356,13 +356,18 @@ private:
 static_assert(std::is_trivially_destructible_v<Scan>);
 
 // Writes count fields joined by the field separator, with one after the
-// last when `closed`, and the terminator; returns the length written.
-std::size_t join(char *result, const std::string_view *fields, int count, bool closed) {
+// last when `closed`, and the terminator; returns the length written. With
+// `noted`, the non-empty fields are noted there.
+std::size_t join(char *result, const std::string_view *fields, int count, bool closed,
+                 ParsedFields *noted = nullptr) {
     char *out = result;
     for (int i = 0; i < count; ++i) {
         if (i > 0) *out++ = kFieldSep;
         if (fields[i].empty()) continue;  // most fields of a typed name
         std::memcpy(out, fields[i].data(), fields[i].size());
+        if (noted)
+            noted->at[noted->count++] = {i, static_cast<std::uint16_t>(out - result),
+                                         static_cast<std::uint16_t>(fields[i].size())};
         out += fields[i].size();
     }
     if (closed) *out++ = kFieldSep;
@@ -398,14 +403,17 @@ void parse_local_address(char *text, char *result) {
 
 }  // namespace
 
-std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode) {
+std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
+                                ParsedFields *noted) {
     Trace t(kTrace19, "cl_ParseNameLoclAddr2");
     Scan scan(text, Rules{true, allowMarker, true, -1});
     tidy_and_scan(text, length, scan);
     scan.settle_mail_node();
     std::string_view fields[kParsedFields];
     scan.fields(fields);
-    const std::size_t n = join(result, fields, kParsedFields, false);
+    if (noted) *noted = ParsedFields{};
+    const std::size_t n = join(result, fields, kParsedFields, false, noted);
+    if (noted) noted->complete = true;
     *mailNode = scan.has_mail_node();
     t.exit();
     return n;

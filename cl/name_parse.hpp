@@ -6,17 +6,39 @@
 #define CL_NAME_PARSE_HPP
 
 #include <cstddef>
+#include <cstdint>
 
 namespace cl {
 
+// Where the non-empty fields of a parser's packed result lie, noted as the
+// parser writes them: field at[k].field is the `length` bytes from `begin`.
+// Complete when the parser wrote no other non-empty field, so that the
+// notes say what a walk of the result would find; otherwise the caller
+// walks the result.
+struct ParsedFields {
+    static constexpr int kMax = 8;  // the personal name and four units
+    struct At {
+        int field;
+        std::uint16_t begin;   // results are at most 200 bytes here
+        std::uint16_t length;
+    };
+    At at[kMax];
+    int count = 0;
+    bool complete = false;
+};
+
 // cl_ParseNameLoclAddr2 of text[0..length) (terminated there). Returns the
-// result's length; *mailNode tells whether a mail node was read.
-std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode);
+// result's length; *mailNode tells whether a mail node was read. With
+// `noted`, the result's fields are noted there.
+std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
+                                ParsedFields *noted = nullptr);
 
 // cl_ParseFullOrn2 of text[0..length) (terminated there). With `scratch`,
 // the caller will not read the text again, so the name part is parsed in
-// place instead of in a copy.
-int parse_full_orn(char *text, std::size_t length, char *result, int *errIndex, int allowMarker, bool scratch);
+// place instead of in a copy. With `noted`, the result's fields are noted
+// there.
+int parse_full_orn(char *text, std::size_t length, char *result, int *errIndex, int allowMarker, bool scratch,
+                   ParsedFields *noted = nullptr);
 
 }  // namespace cl
 #endif
