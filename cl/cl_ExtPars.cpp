@@ -273,7 +273,7 @@ int parse_full_orn(char *text, std::size_t length, char *result, int *err_index,
     // The name part runs to the end, to the first '/' when the mail node is
     // empty ('Smith//val8'), or to where the attributes start. A name and
     // mail node without attributes are parsed in the caller's text itself.
-    char *const slash = static_cast<char *>(std::memchr(text, '/', length));
+    char *const slash = first_of(text, length, '/');
     char *name_end = slash ? slash : text + length;
     char *attrs = nullptr;
     bool in_place = false;

@@ -127,9 +127,9 @@ void RemoveRedundantSpaces(char *text, int *length) {
     if (read == 0) {
         // Without leading spaces, everything before the byte that precedes
         // the first space stays where it is: the pass starts there.
-        const void *space = std::memchr(text, ' ', static_cast<std::size_t>(*length));
+        const char *space = first_of(text, static_cast<std::size_t>(*length), ' ');
         if (!space) return t.exit();  // nothing to remove
-        read = write = static_cast<int>(static_cast<const char *>(space) - text) - 1;
+        read = write = static_cast<int>(space - text) - 1;
     }
     char cur = text[read];
     int next = read + 1;
