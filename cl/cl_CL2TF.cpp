@@ -155,18 +155,27 @@ char *transform(const char *text, int allowMarker, ccs_Descriptor *charset) {
 
 // Collects the positional part of t into pos ('/' between segments, ','
 // for 0x05) and returns where the attribute part starts: at the segment
-// holding the first '=', or at the end.
+// holding the first '=', or at the end. One pass, a byte at a time: t has
+// just been written. A text longer than pos holds is measured again in
+// full, since its positional part may still be short.
 std::size_t split_positional(const char *t, char (&pos)[kPositionalMax + 1]) {
-    const char kNameValueSet[] = {kNameValue, '\0'};
-    std::size_t i = std::strcspn(t, kNameValueSet);  // the first '=', or the end
-    if (t[i] == kNameValue) {  // that segment is an attribute name
-        const void *segmentEnd = memrchr(t, kSegmentEnd, i);
-        i = segmentEnd ? static_cast<std::size_t>(static_cast<const char *>(segmentEnd) - t) + 1 : 0;
-    }
-    if (i > kPositionalMax) CL_RAISE(100, 9801);
-    for (std::size_t k = 0; k < i; ++k) {
-        char c = t[k];
+    std::size_t segment = 0;  // where the segment being read starts
+    std::size_t k = 0;
+    for (; k <= kPositionalMax; ++k) {
+        const char c = t[k];
+        if (c == '\0' || c == kNameValue) break;
         pos[k] = c == kSegmentEnd ? '/' : c == kRepeatedDelimiter ? ',' : c;
+        segment = c == kSegmentEnd ? k + 1 : segment;
+    }
+    std::size_t i = t[k] == kNameValue ? segment : k;  // that segment is an attribute name
+    if (k > kPositionalMax) {
+        const char kNameValueSet[] = {kNameValue, '\0'};
+        i = std::strcspn(t, kNameValueSet);
+        if (t[i] == kNameValue) {
+            const void *segmentEnd = memrchr(t, kSegmentEnd, i);
+            i = segmentEnd ? static_cast<std::size_t>(static_cast<const char *>(segmentEnd) - t) + 1 : 0;
+        }
+        if (i > kPositionalMax) CL_RAISE(100, 9801);
     }
     pos[i] = '\0';
     return i;

@@ -139,6 +139,8 @@ TEST(ConvCltoORN, FieldsOrReason) {
         {"Sales" + times(153, "/x"), "||||Sales|||" + times(153, "|x"), 0, kMailNode},
         {"Sales/ou1=x", "", 4635, kMailNode}, {std::string(4096, 'x'), "", 9801, kMailNode},
         {std::string(5000, 'x') + "=y", "", 4634, kMailNode}, {"Sales" + times(154, "/x"), "", 4673, kMailNode},
+        // past what the positional text holds, the attribute part is found all the same
+        {"Smith/" + std::string(5000, 'x') + "=y", "", 4634}, {std::string(4096, 'x') + "/a=b", "", 9801},
         // field arrays and directory-attribute text, where plain values are written unchanged
         {"John Smith/Sales", "0=Smith 1=John 4=Sales ", 0, kArray},
         {"Sales,London", "4=Sales 5=London ", 0, kArray | kMailNode},
