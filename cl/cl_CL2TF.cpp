@@ -300,9 +300,10 @@ struct NameFields {
     }
 };
 
-// Stores an attribute value in its field, in packed form.
-void store_value(NameFields &fields, int field, char *value, int len) {
-    if (nm_IsT61Field(field)) return fields.set_text(field, value);
+// Stores an attribute value in its field, in packed form; t61: the field
+// holds T.61 text.
+void store_value(NameFields &fields, int field, bool t61, char *value, int len) {
+    if (t61) return fields.set_text(field, value);
     switch (field) {
     case kIAField:
         return fields.set_copy(field, da_IAConvAttToTF(value, -1, 0));
@@ -325,12 +326,13 @@ void store_value(NameFields &fields, int field, char *value, int len) {
 void store_attribute(NameFields &fields, int field, char *value, int len, int allowMarker) {
     if (field < 0 || field > kLastField) CL_RAISE(100, 4634);
     if (fields.is_set(field)) CL_RAISE(100, 4635);
-    bool exempt = field == kCVField || field == kPSAPField || field == kPostalField || nm_IsT61Field(field);
+    const bool t61 = nm_IsT61Field(field) != 0;
+    const bool exempt = field == kCVField || field == kPSAPField || field == kPostalField || t61;
     if (!exempt) check_controls(field, value, len, allowMarker);
     // Whatever the field, a separator of the packed form would move the
     // fields after it (field 130 turns 0x1D into '=' itself).
     else if (holds_separator(value, len)) CL_RAISE(100, 4636);
-    store_value(fields, field, value, len);
+    store_value(fields, field, t61, value, len);
     // What is stored may differ from what was checked: a converted value,
     // or a value the library terminated past its length.
     const Piece &stored = fields.slots[field];
