@@ -30,9 +30,15 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     fmt::LocalTable local;
     char **table = fmt::unpack(tf, kFieldCount, local);
 
-    work.append(cl_FrmtGroup1PP(table, mailNodeOnly));
-    work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2, 0));
-    result.append(work.data(), cs);
+    const fmt::Written group1 = fmt::traced_group1(table, mailNodeOnly);
+    const char *group2 = cl_FrmtGroup2PP(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2, 0);
+    if (!*group2 && group1.plain && result.fits(static_cast<std::size_t>(group1.size)) && fmt::ascii_as_is(cs)) {
+        result.append(group1.text, static_cast<std::size_t>(group1.size));  // as the set would append it
+    } else {
+        work.append(group1.text, static_cast<std::size_t>(group1.size));
+        work.join(group2);
+        result.append(work.data(), static_cast<std::size_t>(work.size()), cs);
+    }
 
     if (withExtended && cs) {
         // The mail-node form leaves out the counterparts of fields 0 to 3 and 32.
