@@ -57,6 +57,11 @@ struct Bounded {
     fmt::Text &out;
     char **table;
     bool present(int field) const { return cl::present(table, field); }
+    bool any_present(int first, int last) const {
+        for (int f = first; f <= last; ++f)
+            if (present(f)) return true;
+        return false;
+    }
     void append(char c) { out.append(c); }
     void append(const char *s) { out.append(s); }
     void mapped(const char *text) {
@@ -93,6 +98,7 @@ struct Whole {
     char **table;
     std::uint32_t fields;  // bit n: field n is present
     bool present(int field) const { return fields >> field & 1; }
+    bool any_present(int first, int last) const { return fields >> first & ((UINT32_C(2) << (last - first)) - 1); }
     void append(char c) { out.append(c); }
     void append(const char *s) { out.append(s); }
     void mapped(const char *text) { out.append_mapped(text, kToSubstitute); }
@@ -163,9 +169,7 @@ void write_group1(Out &out, bool mailNodeOnly) {
     }
     out.cut(end > keep ? end : keep);
 
-    bool extensions = false;
-    for (int f = kFirstExtension; f <= kLastExtension; ++f) extensions = extensions || out.present(f);
-    if (!extensions) {  // their brackets would be cut away again
+    if (!out.any_present(kFirstExtension, kLastExtension)) {  // their brackets would be cut away again
         out.cut(end);
         return;
     }
@@ -201,11 +205,14 @@ struct Scan {
     std::size_t personal = kPersonalNameMarks;
     std::size_t group1 = kGroup1Marks;
     void add(int field, std::size_t length) {
-        if (length == 0) return;
-        fields |= UINT32_C(1) << field;
-        if (field == kInitials) length *= 2;
-        if (field <= kGeneration) personal += length;
+        fields |= static_cast<std::uint32_t>(length != 0) << field;
+        personal += field <= kGeneration ? length : 0;
         group1 += length;
+    }
+    Scan &done(std::size_t initials) {  // once more for their '.'
+        personal += initials;
+        group1 += initials;
+        return *this;
     }
 };
 
@@ -217,11 +224,11 @@ Scan scan(char **table) {
             const int n = __builtin_ctz(word);
             found.add(n, fmt::g_shared.length[n]);
         }
-        return found;
+        return found.done(fmt::g_shared.length[kInitials]);
     }
     for (int n = 0; n < kGroup1Fields; ++n)
         if (present(table, n)) found.add(n, std::strlen(table[n]));
-    return found;
+    return found.done(std::strlen(table[kInitials]));
 }
 
 // The one test between the two ways of writing: whole, when the text
