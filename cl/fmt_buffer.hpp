@@ -293,6 +293,38 @@ inline int next_present(char *const *table, int i, int last) {
     return last + 1;
 }
 
+// True when table is the shared entries and their map has no field from
+// first to last (0 <= first <= last <= 160): those fields are all empty.
+// False says nothing.
+inline bool none_mapped(char *const *table, int first, int last) {
+    if (table != g_shared.entries) return false;
+    const auto from = static_cast<unsigned>(first), to = static_cast<unsigned>(last);
+    for (unsigned w = from / kGroupSize; w <= to / kGroupSize; ++w) {
+        std::uint32_t word = g_shared.filled[w];
+        if (w == from / kGroupSize) word &= ~UINT32_C(0) << (from % kGroupSize);
+        if (w == to / kGroupSize) word &= ~UINT32_C(0) >> (kGroupSize - 1 - to % kGroupSize);
+        if (word) return false;
+    }
+    return true;
+}
+
+// The buffers of cl_FrmtGroup2PP and cl_FrmtGroup345PP, emptied: all that
+// those calls do for a range without a field.
+char *empty_entries();
+char *empty_converted();
+
+// cl_FrmtGroup2PP (not ascii-encoded) and cl_FrmtGroup345PP of a range.
+// When nothing traces and the map of the shared entries shows the range
+// empty, the call would only empty its buffer: so that alone is done.
+inline const char *entries(char **table, int first, int last) {
+    if (shortcut_allowed() && none_mapped(table, first, last)) return empty_entries();
+    return cl_FrmtGroup2PP(table, first, last, 0);
+}
+inline const char *converted(char **table, ccs_Descriptor *cs, int first, int last, bool needSeparator) {
+    if (shortcut_allowed() && none_mapped(table, first, last)) return empty_converted();
+    return cl_FrmtGroup345PP(table, cs, first, last, needSeparator ? 1 : 0);
+}
+
 // Fills local with the first fieldCount fields of tf (length bytes), read
 // by the packed form's rules, and returns its entries; null when tf is
 // longer than the block holds. Each entry reads as the text that

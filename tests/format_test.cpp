@@ -393,6 +393,10 @@ TEST(FullName, StaticBufferRules) {
     // The attribute lists return the group 2 entry buffer, group 1 from packed text its own.
     char *entries = cl_FrmtGroup2PP(Table(tf({{33, "t"}}), 161).t, 32, 63, 0);
     EXPECT_EQ(cl_FormatNative(tf({{0, "x"}}).c_str()), entries);
+    // The full name empties them for its empty ranges, whether or not it calls them.
+    char *converted = cl_FrmtGroup345PP(Table(tf({{64, "s"}}), 161).t, &utf8, 64, 127, 0);
+    EXPECT_STREQ((cl_FormatFullName(a.c_str(), &utf8), entries), "");
+    EXPECT_STREQ(converted, "");
     const std::string text = tf({{0, "Smith"}, {1, "John"}, {4, "Sales"}, {23, "never"}, {32, "JS"}});
     const char *shown = cl_FormatGroup1(text.c_str());
     EXPECT_EQ(cl_FrmtGroup1PP(Table(text, 23).t, 0), shown);
