@@ -251,16 +251,16 @@ char *personal_name(char **table, const Scan &found) {
     return text.data();
 }
 
-// Written whole, group 1 writes the personal name in it and, as
-// cl_FrmtGroup1PNPP would, in the personal name's own buffer: whole there
-// too, that buffer being as large.
+// Written whole, group 1 writes the personal name, as cl_FrmtGroup1PNPP
+// would, in the personal name's own buffer (whole there too, that buffer
+// being as large), and copies it from there.
 void Whole::personal_name() {
     fmt::Text &text = g_personal_name;
     text.begin();
     Whole own{fmt::Filling(text), table, fields};
     write_personal_name(own);
     own.out.done();
-    write_personal_name(*this);
+    out.append(own.out);
 }
 
 fmt::Written group1(char **table, bool mailNodeOnly) {

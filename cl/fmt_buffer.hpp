@@ -136,9 +136,7 @@ static_assert(std::is_trivially_destructible_v<Text>);
 
 // Writes an empty (just begun) Text with no bound check per byte, once the
 // whole text has been found to fit (Text::fits on a bound of its length);
-// done() terminates it. Bytes go one at a time, so nothing here reads
-// back what was just written with a wider load. Notes whether every byte
-// written was ASCII.
+// done() terminates it. Notes whether every byte written was ASCII.
 class Filling {
     static constexpr ByteMap kSame = make_byte_map("", "");
 
@@ -160,6 +158,13 @@ public:
         }
         p_ = p;
         bits_ = bits;
+    }
+    // What another, done, Filling wrote.
+    void append(const Filling &other) {
+        const auto n = static_cast<std::size_t>(other.size());
+        std::memcpy(p_, other.start_, n);
+        p_ += n;
+        bits_ |= other.bits_;
     }
     int size() const { return static_cast<int>(p_ - start_); }
     void cut(int length) {
