@@ -33,7 +33,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     const fmt::Written group1 = fmt::traced_group1(table, mailNodeOnly);
     const char *group2 = fmt::entries(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2);
     if (!*group2 && group1.plain && result.fits(static_cast<std::size_t>(group1.size)) && fmt::ascii_as_is(cs)) {
-        result.append(group1.text, static_cast<std::size_t>(group1.size));  // as the set would append it
+        result.append(group1.text, static_cast<std::size_t>(group1.size));  // UTF-8 appends plain ASCII as it is
     } else {
         work.append(group1.text, static_cast<std::size_t>(group1.size));
         work.join(group2);

@@ -2,7 +2,8 @@
 // parse-and-unpack step every entry point starts with.
 // Short cuts: unpack() fills a table on the stack instead of calling
 // cl_UnpackFullORN (shortcut_allowed); next_present() compares table
-// entries two to a vector (kVectorEntries).
+// entries two to a vector (kVectorEntries); entries() and converted() make
+// no call for a range the shared map shows empty (shortcut_allowed).
 #ifndef CL_FMT_BUFFER_HPP
 #define CL_FMT_BUFFER_HPP
 
