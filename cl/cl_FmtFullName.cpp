@@ -19,7 +19,7 @@ fstr_String g_special{};
 
 // Converted entries for a range, after a '/' when the text so far is not empty.
 void append_converted(fmt::Text &out, char **table, ccs_Descriptor *cs, int first, int last) {
-    out.append(cl_FrmtGroup345PP(table, cs, first, last, !out.empty()), cs);
+    out.append(fmt::converted(table, cs, first, last, !out.empty()), cs);
 }
 
 char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool withExtended, bool withIA) {
@@ -30,9 +30,15 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     fmt::LocalTable local;
     char **table = fmt::unpack(tf, kFieldCount, local);
 
-    work.append(cl_FrmtGroup1PP(table, mailNodeOnly));
-    work.join(cl_FrmtGroup2PP(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2, 0));
-    result.append(work.data(), cs);
+    const fmt::Written group1 = fmt::traced_group1(table, mailNodeOnly);
+    const char *group2 = fmt::entries(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2);
+    if (!*group2 && group1.plain && result.fits(static_cast<std::size_t>(group1.size)) && fmt::ascii_as_is(cs)) {
+        result.append(group1.text, static_cast<std::size_t>(group1.size));  // UTF-8 appends plain ASCII as it is
+    } else {
+        work.append(group1.text, static_cast<std::size_t>(group1.size));
+        work.join(group2);
+        result.append(work.data(), static_cast<std::size_t>(work.size()), cs);
+    }
 
     if (withExtended && cs) {
         // The mail-node form leaves out the counterparts of fields 0 to 3 and 32.
@@ -42,9 +48,9 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
         } else {
             append_converted(result, table, cs, 64, 127);
         }
-        result.append(cl_FrmtGroup345PP(table, cs, ORN_DISPLAY_NAME, ORN_DISPLAY_NAME, 1), cs);
+        result.append(fmt::converted(table, cs, ORN_DISPLAY_NAME, ORN_DISPLAY_NAME, true), cs);
         // Field 128 is written above, converted; only 129 is left for the plain entries.
-        result.join(cl_FrmtGroup2PP(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME, 0), cs);
+        result.join(fmt::entries(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME), cs);
         if (*table[ORN_CV]) result.join(fmt::special_entry(g_special, "410", table[ORN_CV]), cs);
     }
     if (withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);

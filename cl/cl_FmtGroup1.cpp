@@ -1,8 +1,9 @@
 // Group 1 in the typed name syntax: personal name, mail node by position,
 // standard attributes by position and the bracketed extension attributes,
 // e.g. 'John J.R. Smith Jr. /Sales,Europe/x (T1|blue) '.
-// Short cut (shortcut_allowed): fields are mapped while they are appended,
-// instead of through a copy and cl_ConvertToSpecialChar.
+// Short cuts (shortcut_allowed): fields are mapped while they are appended,
+// instead of through a copy and cl_ConvertToSpecialChar; and a text that
+// fits whole (fits_whole) is written without a bound check per byte.
 #include "cl.h"
 #include "fmt_buffer.hpp"
 #include "frame.hpp"
@@ -50,93 +51,127 @@ const char *mapped(WorkArea &work, const char *field) {
 // trace records stay.
 bool map_while_appending(std::size_t n) { return shortcut_allowed() && n < sizeof(WorkArea); }
 
-void append_mapped(fmt::Text &out, char **table, int field) {
-    const char *text = table[field];
-    std::size_t n = std::strlen(text);
-    if (map_while_appending(n) && out.fits(n)) return out.append_mapped(text, n, kToSubstitute);
-    WorkArea work;
-    out.append(mapped(work, text));
-}
-
-// Each mapped character of the initials followed by '.'.
-void append_initials(fmt::Text &out, const char *initials) {
-    std::size_t n = std::strlen(initials);
-    if (map_while_appending(n)) {
-        for (std::size_t i = 0; i < n; ++i) {
-            out.append(map_byte(initials[i], kToSubstitute));
+// Group 1 written into a Text with every append bounded: what does not fit
+// is cut at the bound.
+struct Bounded {
+    fmt::Text &out;
+    char **table;
+    bool present(int field) const { return cl::present(table, field); }
+    bool any_present(int first, int last) const {
+        for (int f = first; f <= last; ++f)
+            if (present(f)) return true;
+        return false;
+    }
+    void append(char c) { out.append(c); }
+    void append(const char *s) { out.append(s); }
+    void mapped(const char *text) {
+        std::size_t n = std::strlen(text);
+        if (map_while_appending(n) && out.fits(n)) return out.append_mapped(text, n, kToSubstitute);
+        WorkArea work;
+        out.append(cl::mapped(work, text));
+    }
+    // Each mapped character of the initials followed by '.'.
+    void initials(const char *initials) {
+        std::size_t n = std::strlen(initials);
+        if (map_while_appending(n)) {
+            for (std::size_t i = 0; i < n; ++i) {
+                out.append(map_byte(initials[i], kToSubstitute));
+                out.append('.');
+            }
+            return;
+        }
+        WorkArea work;
+        for (const char *p = cl::mapped(work, initials); *p; ++p) {
+            out.append(*p);
             out.append('.');
         }
-        return;
     }
-    WorkArea work;
-    for (const char *p = mapped(work, initials); *p; ++p) {
-        out.append(*p);
-        out.append('.');
-    }
-}
+    void personal_name() { out.append(cl_FrmtGroup1PNPP(table)); }
+    int size() const { return out.size(); }
+    void cut(int length) { out.cut(length); }
+};
 
-char *personal_name(char **table) {
-    fmt::Text &out = g_personal_name;
-    out.begin();
-    if (present(table, kGivenName)) {
-        append_mapped(out, table, kGivenName);
+// Group 1 written whole, once fits_whole has found that it fits: the same
+// appends without a bound check each.
+struct Whole {
+    fmt::Filling out;
+    char **table;
+    std::uint32_t fields;  // bit n: field n is present
+    bool present(int field) const { return fields >> field & 1; }
+    bool any_present(int first, int last) const { return fields >> first & ((UINT32_C(2) << (last - first)) - 1); }
+    void append(char c) { out.append(c); }
+    void append(const char *s) { out.append(s); }
+    void mapped(const char *text) { out.append_mapped(text, kToSubstitute); }
+    void initials(const char *initials) {
+        for (const char *p = initials; *p; ++p) {
+            out.append(map_byte(*p, kToSubstitute));
+            out.append('.');
+        }
+    }
+    void personal_name();
+    int size() const { return out.size(); }
+    void cut(int length) { out.cut(length); }
+};
+
+template <class Out>
+void write_personal_name(Out &out) {
+    char **table = out.table;
+    if (out.present(kGivenName)) {
+        out.mapped(table[kGivenName]);
         out.append(' ');
     }
-    if (present(table, kInitials)) {
-        append_initials(out, table[kInitials]);
+    if (out.present(kInitials)) {
+        out.initials(table[kInitials]);
         out.append(' ');
     }
-    if (present(table, kSurname)) {
-        append_mapped(out, table, kSurname);
+    if (out.present(kSurname)) {
+        out.mapped(table[kSurname]);
         out.append(' ');
     }
-    if (present(table, kGeneration)) {
-        append_mapped(out, table, kGeneration);
+    if (out.present(kGeneration)) {
+        out.mapped(table[kGeneration]);
         out.append(". ");
     }
-    return out.data();
 }
 
 // `end` is the length up to the last thing that must stay; `keep` a length
 // below which the text is never cut (the personal name and its '/').
-char *group1(char **table, bool mailNodeOnly) {
-    fmt::Text &out = g_group1;
-    out.begin();
+template <class Out>
+void write_group1(Out &out, bool mailNodeOnly) {
+    char **table = out.table;
     int end = 0;
     if (!mailNodeOnly) {
-        out.append(cl_FrmtGroup1PNPP(table));
+        out.personal_name();
         end = out.size();
         out.append('/');
     }
     const int keep = out.size();
 
     for (int i = kFirstUnit; i <= kLastUnit; ++i) {
-        if (!present(table, i)) continue;
+        if (!out.present(i)) continue;
         // Units by position: one comma per position since the previous
         // non-empty unit (or since unit 1).
         for (int gap = i - 1; gap >= kFirstUnit; --gap) {
             out.append(',');
-            if (present(table, gap)) break;
+            if (out.present(gap)) break;
         }
-        append_mapped(out, table, i);
+        out.mapped(table[i]);
         end = out.size();
     }
     out.append('/');
 
     for (int i = kFirstStandard; i <= kLastStandard; ++i) {
-        if (present(table, i)) {
-            append_mapped(out, table, i);
+        if (out.present(i)) {
+            out.mapped(table[i]);
             end = out.size();
         }
         if (i < kLastStandard) out.append('/');
     }
     out.cut(end > keep ? end : keep);
 
-    bool extensions = false;
-    for (int f = kFirstExtension; f <= kLastExtension; ++f) extensions = extensions || present(table, f);
-    if (!extensions) {  // their brackets would be cut away again
+    if (!out.any_present(kFirstExtension, kLastExtension)) {  // their brackets would be cut away again
         out.cut(end);
-        return out.data();
+        return;
     }
     out.append(" (");
     for (int k = 1; k <= kExtensions; ++k) {
@@ -147,25 +182,120 @@ char *group1(char **table, bool mailNodeOnly) {
         out.append('|');
         out.append(table[value]);
         out.append(") ");
-        if (present(table, type) || present(table, value)) end = out.size();
+        if (out.present(type) || out.present(value)) end = out.size();
     }
     out.cut(end);
-    return out.data();
+}
+
+// Bytes that group 1 writes besides its fields, at most: ' ' after the
+// given name, the initials and the surname and ". " after the generation
+// (5); the '/' after the personal name (1); a comma per unit position
+// skipped, three at most, and the '/' after the units (4); the '/' between
+// the standard attributes (6); " (", "|) " and three "(|) " around the
+// extensions (17).
+constexpr std::size_t kGroup1Marks = 5 + 1 + 4 + 6 + 17;
+constexpr std::size_t kPersonalNameMarks = 5;
+
+// Which fields of group 1 are present, and the most group 1 and its
+// personal name alone can take: their marks, every field, the initials
+// twice (each gets a '.'). The fields of the shared entries are found by
+// their map and their lengths read.
+struct Scan {
+    std::uint32_t fields = 0;  // bit n: field n is present
+    std::size_t personal = kPersonalNameMarks;
+    std::size_t group1 = kGroup1Marks;
+    void add(int field, std::size_t length) {
+        fields |= static_cast<std::uint32_t>(length != 0) << field;
+        personal += field <= kGeneration ? length : 0;
+        group1 += length;
+    }
+    Scan &done(std::size_t initials) {  // once more for their '.'
+        personal += initials;
+        group1 += initials;
+        return *this;
+    }
+};
+
+Scan scan(char **table) {
+    Scan found;
+    if (table == fmt::g_shared.entries) {
+        constexpr std::uint32_t kGroup1 = (UINT32_C(1) << kGroup1Fields) - 1;
+        for (std::uint32_t word = fmt::g_shared.filled[0] & kGroup1; word; word &= word - 1) {
+            const int n = __builtin_ctz(word);
+            found.add(n, fmt::g_shared.length[n]);
+        }
+        return found.done(fmt::g_shared.length[kInitials]);
+    }
+    for (int n = 0; n < kGroup1Fields; ++n)
+        if (present(table, n)) found.add(n, std::strlen(table[n]));
+    return found.done(std::strlen(table[kInitials]));
+}
+
+// The one test between the two ways of writing: whole, when the text
+// cannot reach the bound of out (so nothing would be cut) and the mapping
+// may be done while writing (nothing would trace).
+bool fits_whole(const fmt::Text &out, std::size_t most) { return shortcut_allowed() && out.fits(most); }
+
+// The personal name into its own buffer: whole when it fits.
+char *personal_name(char **table, const Scan &found) {
+    fmt::Text &text = g_personal_name;
+    text.begin();
+    if (fits_whole(text, found.personal)) {
+        Whole out{fmt::Filling(text), table, found.fields};
+        write_personal_name(out);
+        out.out.done();
+    } else {
+        Bounded out{text, table};
+        write_personal_name(out);
+    }
+    return text.data();
+}
+
+// Written whole, group 1 writes the personal name, as cl_FrmtGroup1PNPP
+// would, in the personal name's own buffer (whole there too, that buffer
+// being as large), and copies it from there.
+void Whole::personal_name() {
+    fmt::Text &text = g_personal_name;
+    text.begin();
+    Whole own{fmt::Filling(text), table, fields};
+    write_personal_name(own);
+    own.out.done();
+    out.append(own.out);
+}
+
+fmt::Written group1(char **table, bool mailNodeOnly) {
+    fmt::Text &text = g_group1;
+    text.begin();
+    const Scan found = scan(table);
+    if (fits_whole(text, found.group1)) {
+        Whole out{fmt::Filling(text), table, found.fields};
+        write_group1(out, mailNodeOnly);
+        out.out.done();
+        return {text.data(), text.size(), out.out.plain()};
+    }
+    Bounded out{text, table};
+    write_group1(out, mailNodeOnly);
+    return {text.data(), text.size(), false};
 }
 
 }  // namespace
+
+fmt::Written fmt::traced_group1(char **table, bool mailNodeOnly) {
+    Trace t(kTrace19, "cl_FrmtGroup1PP");
+    return t.exit(group1(table, mailNodeOnly));
+}
+
 }  // namespace cl
 
 extern "C" {
 
 char *cl_FrmtGroup1PNPP(char **table) {
     cl::Trace t(cl::kTrace19, "cl_FrmtGroup1PNPP");
-    return t.exit(cl::personal_name(table));
+    return t.exit(cl::personal_name(table, cl::scan(table)));
 }
 
 char *cl_FrmtGroup1PP(char **table, int mailNodeOnly) {
-    cl::Trace t(cl::kTrace19, "cl_FrmtGroup1PP");
-    return t.exit(cl::group1(table, mailNodeOnly != 0));
+    return const_cast<char *>(cl::fmt::traced_group1(table, mailNodeOnly != 0).text);
 }
 
 char *cl_FormatGroup1(const char *tf) {

@@ -55,13 +55,12 @@ void append_psap(fmt::Text &out, const char *value) {
     fstr_StrFree(&entry);
 }
 
-fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
-    fmt::Text &out = g_entries;
-    out.begin();
-    if (first < 0) first = 0;
-    if (last > kFieldCount - 1) last = kFieldCount - 1;
+// The entries from the present field i to last, into the emptied out.
+// Kept out of line: most ranges hold no field, and their calls need not
+// set up this loop.
+__attribute__((noinline)) void write_entries(fmt::Text &out, char **table, int i, int last, bool asciiEncode) {
     bool written = false;
-    for (int i = fmt::next_present(table, first, last); i <= last; i = fmt::next_present(table, i + 1, last)) {
+    for (; i <= last; i = fmt::next_present(table, i + 1, last)) {
         const char *value = table[i];
         if (written) out.append('/');
         written = true;
@@ -73,6 +72,15 @@ fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
         out.append('=');
         append_value(out, i, value, asciiEncode);
     }
+}
+
+fmt::Text &entries(char **table, int first, int last, bool asciiEncode) {
+    fmt::Text &out = g_entries;
+    out.begin();
+    if (first < 0) first = 0;
+    if (last > kFieldCount - 1) last = kFieldCount - 1;
+    const int i = fmt::next_present(table, first, last);
+    if (i <= last) write_entries(out, table, i, last, asciiEncode);
     return out;
 }
 
@@ -88,6 +96,9 @@ char *attribute_list(const char *tf, bool asciiEncode) {
 }
 
 }  // namespace
+
+char *fmt::empty_entries() { return g_entries.begin(); }
+
 }  // namespace cl
 
 extern "C" {

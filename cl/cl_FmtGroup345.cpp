@@ -42,13 +42,11 @@ void copy_name(char (&to)[kInternalNameSize], const char *name) {
     to[n] = '\0';
 }
 
-char *converted_entries(char **table, ccs_Descriptor *charset, int first, int last, bool needSeparator) {
-    fmt::Text &out = g_converted;
-    out.begin();
-    if (first < 0) first = 0;
-    if (last > kFieldCount - 1) last = kFieldCount - 1;
-    int i = fmt::next_present(table, first, last);
-    if (i > last) return out.data();  // nothing to convert: no set to look up
+// The entries from the present field i to last, into the emptied out.
+// Kept out of line: most ranges hold no field, and their calls need not
+// set up this loop.
+__attribute__((noinline)) void write_converted(fmt::Text &out, char **table, ccs_Descriptor *charset, int i, int last,
+                                               bool needSeparator) {
     char internal[kInternalNameSize];
     copy_name(internal, ccs_GetInternalCharset(ccs_GetCSName(charset), 2));
     const bool mapped = cvc_IsMappingAvail(kStored, internal) != 0;
@@ -60,10 +58,22 @@ char *converted_entries(char **table, ccs_Descriptor *charset, int first, int la
         out.append(i == ORN_IA ? value : shown_value(value, internal, mapped), charset);
         needSeparator = true;
     }
+}
+
+char *converted_entries(char **table, ccs_Descriptor *charset, int first, int last, bool needSeparator) {
+    fmt::Text &out = g_converted;
+    out.begin();
+    if (first < 0) first = 0;
+    if (last > kFieldCount - 1) last = kFieldCount - 1;
+    const int i = fmt::next_present(table, first, last);
+    if (i <= last) write_converted(out, table, charset, i, last, needSeparator);  // else no set to look up
     return out.data();
 }
 
 }  // namespace
+
+char *fmt::empty_converted() { return g_converted.begin(); }
+
 }  // namespace cl
 
 extern "C" {

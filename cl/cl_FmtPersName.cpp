@@ -21,10 +21,10 @@ char *personal_name(const char *tf, ccs_Descriptor *cs, bool withIA) {
     fmt::LocalTable local;
     char **table = fmt::unpack(tf, kFieldCount, local);
     out.append(cl_FrmtGroup1PNPP(table));
-    out.join(cl_FrmtGroup2PP(table, ORN_COMMON_NAME, ORN_COMMON_NAME, 0));
-    out.append(cl_FrmtGroup345PP(table, cs, 64, 67, 1), cs);
-    out.append(cl_FrmtGroup345PP(table, cs, 96, 96, 1), cs);
-    if (withIA) out.append(cl_FrmtGroup345PP(table, cs, ORN_IA, ORN_IA, !out.empty()), cs);
+    out.join(fmt::entries(table, ORN_COMMON_NAME, ORN_COMMON_NAME));
+    out.append(fmt::converted(table, cs, 64, 67, true), cs);
+    out.append(fmt::converted(table, cs, 96, 96, true), cs);
+    if (withIA) out.append(fmt::converted(table, cs, ORN_IA, ORN_IA, !out.empty()), cs);
     fmt::release(table, local);
     return out.data();
 }

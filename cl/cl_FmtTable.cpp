@@ -75,7 +75,7 @@ char *const kSharedEmpty = g_emptyField;
 
 // Constant-initialized: every entry at the empty text, no field set.
 constexpr SharedEntries all_empty() {
-    SharedEntries shared{};
+    SharedEntries shared{};  // every length 0
     for (char *&e : shared.entries) e = g_emptyField;
     return shared;
 }
@@ -83,12 +83,23 @@ SharedEntries g_shared = all_empty();
 
 namespace {
 
+void clear_entry(SharedEntries &shared, int n) {
+    shared.entries[n] = g_emptyField;
+    shared.length[n] = 0;
+}
+
 // Points the entries the last fill set back at the empty text.
 char **reset_shared(SharedEntries &shared) {
-    char **entries = shared.entries;
-    each_mapped_field(shared.filled, [entries](int n) { entries[n] = g_emptyField; });
+    each_mapped_field(shared.filled, [&shared](int n) { clear_entry(shared, n); });
     std::memset(shared.filled, 0, sizeof shared.filled);
-    return entries;
+    return shared.entries;
+}
+
+// The bits of word w of a field map that stand for fields below count.
+constexpr std::uint32_t below(int count, int w) {
+    const int bits = count - w * kGroupSize;
+    if (bits <= 0) return 0;
+    return bits >= kGroupSize ? ~UINT32_C(0) : (UINT32_C(1) << bits) - 1;
 }
 
 }  // namespace
@@ -103,8 +114,9 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
     walk_fields(local.block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
         if (n >= fieldCount) return;
         *end = '\0';
-        if (end[-1] == '\n') end[-1] = '\0';
+        if (end[-1] == '\n') *--end = '\0';
         entries[n] = begin;
+        shared.length[n] = static_cast<std::uint16_t>(end - begin);
         shared.filled[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
     });
     local.entries = entries;
@@ -112,15 +124,28 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
 }
 
 // The record's block is terminated as unpack_local terminates its copy, so
-// the entries point into it as they stand.
+// the entries point into it as they stand; a field whose last byte is
+// there a terminator ended in the line feed it replaced. One pass per word
+// of the maps clears what the last fill set and the record does not, and
+// sets what the record has.
 char **known_entries(LastPacked &known, int fieldCount, LocalTable &local) {
     SharedEntries &shared = g_shared;
-    char **entries = reset_shared(shared);
-    each_mapped_field(known.maps, [&](int n) {
-        if (n >= fieldCount) return;
-        entries[n] = known.block + known.begin[n];
-        shared.filled[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
-    });
+    char **entries = shared.entries;
+    for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
+        const std::uint32_t now = known.maps[w] & below(fieldCount, w);
+        const std::uint32_t before = shared.filled[w];
+        if (!(now | before)) continue;  // most words of a name
+        for (std::uint32_t gone = before & ~now; gone; gone &= gone - 1)
+            clear_entry(shared, w * kGroupSize + __builtin_ctz(gone));
+        for (std::uint32_t word = now; word; word &= word - 1) {
+            const int n = w * kGroupSize + __builtin_ctz(word);
+            const int begin = known.begin[n];
+            const int end = known.end[n] - (known.block[known.end[n] - 1] == '\0');
+            entries[n] = known.block + begin;
+            shared.length[n] = static_cast<std::uint16_t>(end - begin);
+        }
+        shared.filled[w] = now;
+    }
     local.entries = entries;
     return entries;
 }

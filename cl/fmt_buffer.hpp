@@ -2,7 +2,8 @@
 // parse-and-unpack step every entry point starts with.
 // Short cuts: unpack() fills a table on the stack instead of calling
 // cl_UnpackFullORN (shortcut_allowed); next_present() compares table
-// entries two to a vector (kVectorEntries).
+// entries two to a vector (kVectorEntries); entries() and converted() make
+// no call for a range the shared map shows empty (shortcut_allowed).
 #ifndef CL_FMT_BUFFER_HPP
 #define CL_FMT_BUFFER_HPP
 
@@ -50,7 +51,11 @@ public:
 
     void append(const char *s) {
         if (full_ || !*s) return;  // many group texts are empty
-        std::size_t n = std::strlen(s);
+        append(s, std::strlen(s));
+    }
+    // The same when the length of s, n, is known.
+    void append(const char *s, std::size_t n) {
+        if (full_ || n == 0) return;
         if (n > room()) return cut_in(s, 0);
         std::memcpy(end(), s, n + 1);
         length_ += static_cast<int>(n);
@@ -58,7 +63,10 @@ public:
 
     void append(const char *s, ccs_Descriptor *cs) {
         if (full_ || !*s) return;  // appending nothing in any set changes nothing
-        std::size_t n = std::strlen(s);
+        append(s, std::strlen(s), cs);
+    }
+    void append(const char *s, std::size_t n, ccs_Descriptor *cs) {
+        if (full_ || n == 0) return;
         if (n > room()) return cut_in(s, cs ? cs->id : 0);
         str_strcat(end(), s, cs);
         length_ += static_cast<int>(n);
@@ -108,6 +116,7 @@ public:
     bool full() const { return full_; }
 
 private:
+    friend class Filling;
     char *end() const { return data_ + length_; }
     std::size_t room() const { return static_cast<std::size_t>(capacity_ - 1 - length_); }
 
@@ -125,6 +134,71 @@ private:
     bool full_ = false;
 };
 static_assert(std::is_trivially_destructible_v<Text>);
+
+// Writes an empty (just begun) Text with no bound check per byte, once the
+// whole text has been found to fit (Text::fits on a bound of its length);
+// done() terminates it. Notes whether every byte written was ASCII.
+class Filling {
+    static constexpr ByteMap kSame = make_byte_map("", "");
+
+public:
+    explicit Filling(Text &text) : text_(text), start_(text.end()), p_(start_) {}
+    void append(char c) {
+        bits_ |= static_cast<unsigned char>(c);
+        *p_++ = c;
+    }
+    void append(const char *s) { append_mapped(s, kSame); }
+    // The loop keeps its place in locals: a char store could alias the members.
+    void append_mapped(const char *s, const ByteMap &map) {
+        char *p = p_;
+        unsigned bits = bits_;
+        for (; *s; ++s) {
+            const char c = map_byte(*s, map);
+            bits |= static_cast<unsigned char>(c);
+            *p++ = c;
+        }
+        p_ = p;
+        bits_ = bits;
+    }
+    // What another, done, Filling wrote.
+    void append(const Filling &other) {
+        const auto n = static_cast<std::size_t>(other.size());
+        std::memcpy(p_, other.start_, n);
+        p_ += n;
+        bits_ |= other.bits_;
+    }
+    int size() const { return static_cast<int>(p_ - start_); }
+    void cut(int length) {
+        if (length < size()) p_ = start_ + length;
+    }
+    bool plain() const { return bits_ < 0x80; }
+    void done() {
+        *p_ = '\0';
+        text_.length_ = size();
+    }
+
+private:
+    Text &text_;
+    char *start_;
+    char *p_;
+    unsigned bits_ = 0;
+};
+static_assert(std::is_trivially_destructible_v<Filling>);
+
+// Whether bytes appended in set cs (null: UTF8) are appended as they are
+// when they are plain ASCII: true of UTF-8 alone here.
+inline bool ascii_as_is(const ccs_Descriptor *cs) { return std::strcmp(ccs_GetCSName(cs), "UTF8") == 0; }
+
+// A text a formatter wrote, its length, and whether it is known to be
+// plain ASCII (false: not known).
+struct Written {
+    const char *text;
+    int size;
+    bool plain;
+};
+
+// Group 1 as cl_FrmtGroup1PP writes and traces it.
+Written traced_group1(char **table, bool mailNodeOnly);
 
 // Sizes of the buffers, terminator included.
 constexpr int kGroup1Size = 4097;    // personal-name and group 1 texts, field work area
@@ -163,11 +237,23 @@ extern char *const kSharedEmpty;
 
 // The entries every LocalTable uses, and which of them the last fill set
 // (bit k of word w for field 32w + k); the others point at kSharedEmpty.
+// Their lengths are kept beside them (at most kTextMax: they lie in a
+// LocalTable's block or the conversion's record), so that the formatters
+// measure no field of these tables.
 struct SharedEntries {
     char *entries[kFieldCount + 1];
+    std::uint16_t length[kFieldCount + 1];  // strlen(entries[n])
     FieldMaps filled;
 };
+static_assert(LocalTable::kTextMax <= UINT16_MAX && LastPacked::kTextMax <= UINT16_MAX);
 extern SharedEntries g_shared;
+
+// strlen(table[field]), read from the shared entries' lengths when the
+// table is theirs.
+inline std::size_t field_length(char *const *table, int field) {
+    if (table == g_shared.entries) return g_shared.length[field];
+    return std::strlen(table[field]);
+}
 
 // Whether entries can be compared two to a 16-byte vector: SSE2 and
 // 8-byte pointers. Elsewhere (32-bit x86 without SSE2 included) the plain
@@ -211,6 +297,38 @@ inline int next_present(char *const *table, int i, int last) {
     for (; i <= last; ++i)
         if (*table[i]) return i;
     return last + 1;
+}
+
+// True when table is the shared entries and their map has no field from
+// first to last (0 <= first <= last <= 160): those fields are all empty.
+// False says nothing.
+inline bool none_mapped(char *const *table, int first, int last) {
+    if (table != g_shared.entries) return false;
+    const auto from = static_cast<unsigned>(first), to = static_cast<unsigned>(last);
+    for (unsigned w = from / kGroupSize; w <= to / kGroupSize; ++w) {
+        std::uint32_t word = g_shared.filled[w];
+        if (w == from / kGroupSize) word &= ~UINT32_C(0) << (from % kGroupSize);
+        if (w == to / kGroupSize) word &= ~UINT32_C(0) >> (kGroupSize - 1 - to % kGroupSize);
+        if (word) return false;
+    }
+    return true;
+}
+
+// The buffers of cl_FrmtGroup2PP and cl_FrmtGroup345PP, emptied: all that
+// those calls do for a range without a field.
+char *empty_entries();
+char *empty_converted();
+
+// cl_FrmtGroup2PP (not ascii-encoded) and cl_FrmtGroup345PP of a range.
+// When nothing traces and the map of the shared entries shows the range
+// empty, the call would only empty its buffer: so that alone is done.
+inline const char *entries(char **table, int first, int last) {
+    if (shortcut_allowed() && none_mapped(table, first, last)) return empty_entries();
+    return cl_FrmtGroup2PP(table, first, last, 0);
+}
+inline const char *converted(char **table, ccs_Descriptor *cs, int first, int last, bool needSeparator) {
+    if (shortcut_allowed() && none_mapped(table, first, last)) return empty_converted();
+    return cl_FrmtGroup345PP(table, cs, first, last, needSeparator ? 1 : 0);
 }
 
 // Fills local with the first fieldCount fields of tf (length bytes), read

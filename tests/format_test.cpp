@@ -393,6 +393,10 @@ TEST(FullName, StaticBufferRules) {
     // The attribute lists return the group 2 entry buffer, group 1 from packed text its own.
     char *entries = cl_FrmtGroup2PP(Table(tf({{33, "t"}}), 161).t, 32, 63, 0);
     EXPECT_EQ(cl_FormatNative(tf({{0, "x"}}).c_str()), entries);
+    // The full name empties them for its empty ranges, whether or not it calls them.
+    char *converted = cl_FrmtGroup345PP(Table(tf({{64, "s"}}), 161).t, &utf8, 64, 127, 0);
+    EXPECT_STREQ((cl_FormatFullName(a.c_str(), &utf8), entries), "");
+    EXPECT_STREQ(converted, "");
     const std::string text = tf({{0, "Smith"}, {1, "John"}, {4, "Sales"}, {23, "never"}, {32, "JS"}});
     const char *shown = cl_FormatGroup1(text.c_str());
     EXPECT_EQ(cl_FrmtGroup1PP(Table(text, 23).t, 0), shown);
@@ -471,6 +475,50 @@ TEST(FastPath, TracedAndUntracedFormattersAgree) {
         EXPECT_EQ(results[0], results[1]) << round << ' ' << show(text);
     }
     er_SubSystemLoggingLevel = saved;
+}
+
+
+// Group 1 near its bound: random fields of group 1, some of them long
+// (the initials among them, written twice as long), so that the text fits
+// whole in one name and is cut in the next. Written at level 9 (whole,
+// when it fits) and at 10 (every append bounded), the texts agree, and so
+// do the full names in each kind of set; both cases are met often.
+TEST(FastPath, GroupOneWholeOrCutAlike) {
+    const std::string pieces[] = {"a", "Smith", "q r.s/(t),u", "\xC3\xA9", "x\n"};
+    std::mt19937 random(23);
+    ccs_Descriptor utf8 = charset("UTF8"), latin1 = charset("ISO8859-1");
+    testkit::TraceCapture quiet;
+    const int saved = er_SubSystemLoggingLevel;
+    int cut = 0, whole = 0;
+    for (int round = 0; round < 800; ++round) {
+        Fields fields;
+        for (int n = 0; n < 23; ++n) {
+            if (random() % 3) continue;
+            std::string value;
+            const std::size_t length = random() % 4 ? random() % 12 : 600 + random() % 1600;
+            while (value.size() < length) value += pieces[random() % 5];
+            fields[n] = value;
+        }
+        const std::string text = tf(fields);
+        std::string results[2];
+        for (int level : {9, 10}) {
+            er_SubSystemLoggingLevel = level;
+            Table table(text, 23);
+            std::string &r = results[level - 9];  // one call a statement: the buffers are shared
+            r = cl_FrmtGroup1PNPP(table.t);
+            r += std::string("~") + cl_FrmtGroup1PP(table.t, 0);
+            r += std::string("~") + cl_FrmtGroup1PP(table.t, 1);
+            r += std::string("~") + cl_FormatGroup1(text.c_str());
+            r += std::string("~") + cl_FormatG1PersonalName(text.c_str());
+            for (ccs_Descriptor *cs : {&utf8, &latin1, static_cast<ccs_Descriptor *>(nullptr)})
+                r += std::string("~") + cl_FormatFullName(text.c_str(), cs);
+        }
+        EXPECT_EQ(results[0], results[1]) << round << ' ' << show(text);
+        (std::strlen(cl_FormatGroup1(text.c_str())) >= 4000 ? cut : whole)++;
+    }
+    er_SubSystemLoggingLevel = saved;
+    EXPECT_GT(cut, 100);
+    EXPECT_GT(whole, 100);
 }
 
 }  // namespace
