@@ -187,6 +187,18 @@ void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, i
     }
 }
 
+// When attributes follow, the positional part's packed text only carries
+// its fields to them. A plain part (read_plain_positional) hands over its
+// words instead, unparsed and unpacked, when the parse would leave no trace
+// record but the one of cl_ParseExternalAttribs2, which reads a lone '/'
+// and always traces: that record is left all the same.
+bool plain_fields(const char *pos, std::size_t n, ParsedFields &noted) {
+    bool loneSlash = false;
+    if (!shortcut_allowed() || !read_plain_positional(pos, n, noted, loneSlash)) return false;
+    if (loneSlash) Trace(kTrace17, "cl_ParseExternalAttribs2").exit();
+    return true;
+}
+
 bool control_allowed(int field, unsigned char b, int allowMarker) {
     return (b == static_cast<unsigned char>(kNameValue) && field == kIAField) ||
            (b == static_cast<unsigned char>(kMarker) && allowMarker);
@@ -307,9 +319,12 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
     std::size_t i = split_positional(t, pos);
     char packed[kPackedSize];
     packed[0] = '\0';
+    const char *positional = packed;  // the text the notes point into
     ParsedFields noted;
     noted.complete = true;  // an empty positional text has no fields
-    if (i != 0) {
+    if (i != 0 && t[i] != '\0' && !mailNodeForm && plain_fields(pos, i, noted)) {
+        positional = pos;
+    } else if (i != 0) {
         parse_positional(pos, i, packed, allowMarker, mailNodeForm, noted);
         if (t[i] == '\0') {
             if (!arrayResult) {
@@ -324,7 +339,7 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
         }
     }
     NameFields fields;
-    fill_from_attributes(t + i, packed, noted, tagMapping, allowMarker, fields);
+    fill_from_attributes(t + i, positional, noted, tagMapping, allowMarker, fields);
     void *result = out;
     if (arrayResult)
         result = fields.to_array();

@@ -401,7 +401,52 @@ void parse_local_address(char *text, char *result) {
     join(result, fields, kParsedFields, false);  // the personal-name fields are empty
 }
 
+// A byte that a plain word may hold: one the scan keeps as it is, other
+// than '(', which the full-name parser reads as opening an extension
+// attribute.
+constexpr std::array<bool, 256> make_plain() {
+    std::array<bool, 256> plain{};
+    for (int c = 0; c < 256; ++c) plain[c] = kByteClass[c] == kLegalByte && c != '(';
+    return plain;
+}
+constexpr std::array<bool, 256> kPlainByte = make_plain();
+
+// The length of the plain word at text[k..length).
+std::size_t plain_word(const char *text, std::size_t k, std::size_t length) {
+    std::size_t n = 0;
+    while (k + n < length && kPlainByte[static_cast<unsigned char>(text[k + n])]) ++n;
+    return n;
+}
+
 }  // namespace
+
+bool read_plain_positional(const char *text, std::size_t length, ParsedFields &noted, bool &loneSlash) {
+    ParsedFields found;
+    const std::size_t surname = plain_word(text, 0, length);
+    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax)) return false;
+    found.at[found.count++] = {0, 0, static_cast<std::uint16_t>(surname)};
+    loneSlash = false;
+    std::size_t k = surname;
+    if (k < length && text[k++] != '/') return false;
+    // k is at the end (a surname, perhaps with its '/') or on the first unit.
+    for (int unit = 0; k < length; ++unit) {
+        const std::size_t n = plain_word(text, k, length);
+        if (n == 0 || n > static_cast<std::size_t>(kUnitMax) || unit == kUnits) return false;
+        found.at[found.count++] = {kNameFields + unit, static_cast<std::uint16_t>(k),
+                                   static_cast<std::uint16_t>(n)};
+        k += n;
+        if (k == length) break;
+        const char delimiter = text[k++];
+        if (delimiter == '/' && k == length) {
+            loneSlash = true;
+            break;
+        }
+        if (delimiter != ',' || k == length) return false;
+    }
+    found.complete = true;
+    noted = found;
+    return true;
+}
 
 std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
                                 ParsedFields *noted) {

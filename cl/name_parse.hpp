@@ -43,6 +43,17 @@ struct ParsedFields {
 std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
                                 ParsedFields *noted = nullptr);
 
+// The positional part of a full name, text[0..length), in its plainest
+// form, the one most names are typed in: a surname, optionally followed by
+// '/' and one to four units joined by ',', and then perhaps by a lone '/';
+// every word non-empty, within its bound and of bytes the scan keeps as
+// they are. The full-name parser reads such a text without an escape, and
+// its fields are the words themselves: then they are noted, as offsets into
+// text, and true returned; *loneSlash tells whether the text ends in the
+// lone '/' that the parser reads as an empty standard attribute. Otherwise
+// false, and nothing is noted.
+bool read_plain_positional(const char *text, std::size_t length, ParsedFields &noted, bool &loneSlash);
+
 // cl_ParseFullOrn2 of text[0..length) (terminated there). With `scratch`,
 // the caller will not read the text again, so the name part is parsed in
 // place instead of in a copy. With `noted`, the result's fields are noted

@@ -6,7 +6,8 @@
 // character set, bit 4 the tag-mapping argument, bit 5 numeric attribute
 // text. The packed text, the field array and the attribute text of one
 // argument are made from fresh copies; the first two must name the same
-// fields, and the name's ascii-encoded text must read back to it.
+// fields, the packed text must be the same above level 9, where no short
+// cut is taken, and the name's ascii-encoded text must read back to it.
 #include "fuzz_support.hpp"
 
 namespace {
@@ -38,6 +39,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (!e.escaped)
         fuzz::expect(fuzz::fields_of(tf, name, fuzz::kAnyLength), "the conversion wrote text outside the packed form",
                      tf);
+
+    // Above level 9 nothing is taken by a short cut: the same text or escape.
+    auto typedTraced = fuzz::buffer(in.text);
+    auto outTraced = fuzz::buffer("", out_size(in.text));
+    const int level = er_SubSystemLoggingLevel;
+    er_SubSystemLoggingLevel = 10;
+    testkit::Outcome traced = testkit::run(
+        [&] { cl_MainConvCltoORN(typedTraced.data(), outTraced.data(), tags, marker, cs, 0, mailNode); });
+    er_SubSystemLoggingLevel = level;
+    fuzz::expect(e.escaped == traced.escaped && e.reason == traced.reason &&
+                     (e.escaped || tf == outTraced.data()),
+                 "the conversion reads otherwise above level 9", in.text);
 
     auto typed2 = fuzz::buffer(in.text);
     char **array = nullptr;

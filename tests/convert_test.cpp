@@ -11,6 +11,7 @@
 
 #include "ccs.h"
 #include "da.h"
+#include "er.h"
 #include "nm.h"
 #include "os.h"
 #include "testkit.hpp"
@@ -304,6 +305,40 @@ TEST(MailNode, PackedFieldsOrResult) {
         EXPECT_EQ(show(out), c.fields) << show(c.typed);
     }
     EXPECT_EQ(er_GetLive(), 0);
+}
+
+// A positional part in the plain form (a surname, '/' and units, a lone
+// '/') is taken word for word when nothing traces; above level 9 it goes
+// through the full-name parser. Around the plain form's edges, both read
+// the same fields or refuse with the same reason, with attributes after the
+// part or without.
+TEST(ConvCltoORN, PlainPositionalPartsReadAsTheParserReadsThem) {
+    const std::string surnames[] = {"Smith", std::string(40, 'S'), std::string(41, 'S'), "O'Neil-2", "Sm(th)",
+                                    "John Smith", "J.Smith", ""};
+    const std::string units[] = {"", "/", "/Sales", "/Sales/", "/Sales,London,Europe,Asia/", "/a,b,c,d,e/",
+                                 "/Sales,/", "/,Sales/", "/" + std::string(32, 'u') + "/", "/" + std::string(33, 'u'),
+                                 "/Sales//", "/Sales/Acme/", "/Sa les/", "/Sales,/", "/Sa(les/", "/Sales(x)"};
+    const int saved = er_SubSystemLoggingLevel;
+    int taken = 0, refused = 0;
+    for (const std::string &surname : surnames)
+        for (const std::string &unit : units)
+            for (const char *attributes : {"organization=Acme", "surname=Jones", ""})
+                for (int flags : {0, int{kArray}}) {
+                    const std::string typed = surname + unit + attributes;
+                    er_SubSystemLoggingLevel = 0;
+                    const Conv plain = conv(typed, flags);
+                    er_SubSystemLoggingLevel = 10;
+                    const Conv parsed = conv(typed, flags);
+                    EXPECT_EQ(plain.outcome.escaped, parsed.outcome.escaped) << show(typed);
+                    EXPECT_EQ(plain.outcome.reason, parsed.outcome.reason) << show(typed);
+                    EXPECT_EQ(plain.shown, parsed.shown) << show(typed);
+                    ++(plain.outcome.escaped ? refused : taken);
+                }
+    er_SubSystemLoggingLevel = saved;
+    EXPECT_GT(taken, 100);
+    EXPECT_GT(refused, 100);
+    EXPECT_EQ(conv("Smith/Sales,London/organization=Acme").shown, "Smith||||Sales|London|||Acme");
+    EXPECT_TRUE(conv("Smith/Sales/surname=Jones").outcome.is(100, 4635));
 }
 
 // The typical request: converted, checked as a new user's name, shown.

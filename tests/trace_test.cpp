@@ -67,6 +67,9 @@ const Row kRows[] = {
     {"cl_ParseFullOrn", [] { cl_ParseFullOrn(w("Smith/Sales"), g_out, &g_index); }, "", "19+ 19-", [] { cl_ParseFullOrn(w("S#"), g_out, &g_index); }, "19+ 100/8013"},
     {"cl_ParseExternalAttribs2", [] { cl_ParseExternalAttribs2(std::strcpy(g_out, "S"), w("(a)"), &g_index, 0); }, "17+ 17-", "17+ 17-", nullptr, ""},
     {"cl_ParseExternalAttribs", [] { cl_ParseExternalAttribs(std::strcpy(g_out, "S"), w("(a)"), &g_index); }, "17+ 17-", "17+ 17-", nullptr, ""},
+    // The conversion reads the lone '/' before the attributes as this function does, plain positional part or not.
+    {"cl_ParseExternalAttribs2", [] { cl_ConvCltoORN(w("Smith/Sales/organization=Acme"), g_out, 0, 0, &g_utf8); }, "17+ 17-", "17+ 17-", nullptr, ""},
+    {"cl_ParseExternalAttribs2", [] { cl_ConvCltoORN(w("Smith/organization=Acme"), g_out, 0, 0, &g_utf8); }, "", "", nullptr, ""},
     {"cl_ValidateORNFieldsNoEscape", [] { validate(kJohn, 3); }, "", "19+ 19-", [] { validate(kBeyond, 3); }, "19+ 100/1701"},
     {"cl_CheckMailnodeFields", [] { validate(kNode, 1); }, "", "19+ 19-", [] { validate(kJohn, 1); }, "19+"},
     {"cl_CheckPersonalNameFields", [] { validate("Smith\x1DJohn", 2); }, "", "19+ 19-", [] { validate(kNode, 2); }, "19+"},
