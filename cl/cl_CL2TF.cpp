@@ -189,14 +189,15 @@ void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, i
 
 // When attributes follow, the positional part's packed text only carries
 // its fields to them. A plain part (read_plain_positional) hands over its
-// words instead, unparsed and unpacked, when the parse would leave no trace
-// record but the one of cl_ParseExternalAttribs2, which reads a lone '/'
-// and always traces: that record is left all the same.
-bool plain_fields(const char *pos, std::size_t n, ParsedFields &noted) {
-    bool loneSlash = false;
-    if (!shortcut_allowed() || !read_plain_positional(pos, n, noted, loneSlash)) return false;
-    if (loneSlash) Trace(kTrace17, "cl_ParseExternalAttribs2").exit();
-    return true;
+// words instead, as they lie in t, neither copied, parsed nor packed, when
+// the parse would leave no trace record but the one of
+// cl_ParseExternalAttribs2, which reads a lone '/' and always traces: that
+// record is left all the same. Returns where the attributes start, or 0.
+std::size_t plain_fields(const char *t, ParsedFields &noted) {
+    PlainPositional part;
+    if (!shortcut_allowed() || !read_plain_positional(t, kSegmentEnd, kNameValue, noted, part)) return 0;
+    if (part.loneSlash) Trace(kTrace17, "cl_ParseExternalAttribs2").exit();
+    return part.attributes;
 }
 
 bool control_allowed(int field, unsigned char b, int allowMarker) {
@@ -224,7 +225,7 @@ struct EntryCopy {
 EntryCopy g_entry;
 
 char *copy_entry(const char *entry) {
-    const std::size_t n = std::strlen(entry) + 1;
+    const std::size_t n = fresh_length(entry) + 1;
     if (n > g_entry.size) {
         os_free(g_entry.text);
         g_entry = EntryCopy{};
@@ -293,7 +294,7 @@ void fill_from_attributes(char *attrs, const char *positionalTF, const ParsedFie
             char *value = nullptr;
             int len = 0;
             while (da_GetAttrib(entry, &cursor, 0, &name, &value, &len)) {
-                int field = da_AttIdToORNIndex(name, static_cast<int>(std::strlen(name)));
+                int field = da_AttIdToORNIndex(name, static_cast<int>(fresh_length(name)));
                 store_attribute(fields, field, value, len, allowMarker);
             }
         },
@@ -315,16 +316,19 @@ void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Desc
                 int mailNodeForm) {
     substitute_escaped_delimiters(text);
     char *t = transform(text, allowMarker, charset);
-    char pos[kPositionalMax + 1];
-    std::size_t i = split_positional(t, pos);
     char packed[kPackedSize];
     packed[0] = '\0';
     const char *positional = packed;  // the text the notes point into
     ParsedFields noted;
     noted.complete = true;  // an empty positional text has no fields
-    if (i != 0 && t[i] != '\0' && !mailNodeForm && plain_fields(pos, i, noted)) {
-        positional = pos;
-    } else if (i != 0) {
+    // A plain positional part's fields stay where they lie in t: the
+    // transformation's result holds until its next call, which comes with
+    // the next conversion, after these fields are packed.
+    std::size_t i = mailNodeForm ? 0 : plain_fields(t, noted);
+    char pos[kPositionalMax + 1];
+    if (i != 0) {
+        positional = t;
+    } else if ((i = split_positional(t, pos)) != 0) {
         parse_positional(pos, i, packed, allowMarker, mailNodeForm, noted);
         if (t[i] == '\0') {
             if (!arrayResult) {

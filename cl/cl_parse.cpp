@@ -411,38 +411,41 @@ constexpr std::array<bool, 256> make_plain() {
 }
 constexpr std::array<bool, 256> kPlainByte = make_plain();
 
-// The length of the plain word at text[k..length).
-std::size_t plain_word(const char *text, std::size_t k, std::size_t length) {
+// The length of the plain word at text.
+std::size_t plain_word(const char *text) {
     std::size_t n = 0;
-    while (k + n < length && kPlainByte[static_cast<unsigned char>(text[k + n])]) ++n;
+    while (kPlainByte[static_cast<unsigned char>(text[n])]) ++n;  // the terminator is not plain
     return n;
 }
 
 }  // namespace
 
-bool read_plain_positional(const char *text, std::size_t length, ParsedFields &noted, bool &loneSlash) {
+bool read_plain_positional(const char *text, char segmentEnd, char nameValue, ParsedFields &noted,
+                           PlainPositional &part) {
     ParsedFields found;
-    const std::size_t surname = plain_word(text, 0, length);
-    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax)) return false;
+    const std::size_t surname = plain_word(text);
+    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax) || text[surname] != segmentEnd) return false;
     found.at[found.count++] = {0, 0, static_cast<std::uint16_t>(surname)};
-    loneSlash = false;
-    std::size_t k = surname;
-    if (k < length && text[k++] != '/') return false;
-    // k is at the end (a surname, perhaps with its '/') or on the first unit.
-    for (int unit = 0; k < length; ++unit) {
-        const std::size_t n = plain_word(text, k, length);
+    std::size_t k = surname + 1;
+    part.loneSlash = false;
+    for (int unit = 0;; ++unit) {  // the second segment: units, or the attributes
+        const std::size_t n = plain_word(text + k);
+        const char after = text[k + n];
+        if (unit == 0 && after == nameValue) break;  // 'Smith/name=value'
         if (n == 0 || n > static_cast<std::size_t>(kUnitMax) || unit == kUnits) return false;
-        found.at[found.count++] = {kNameFields + unit, static_cast<std::uint16_t>(k),
-                                   static_cast<std::uint16_t>(n)};
-        k += n;
-        if (k == length) break;
-        const char delimiter = text[k++];
-        if (delimiter == '/' && k == length) {
-            loneSlash = true;
-            break;
-        }
-        if (delimiter != ',' || k == length) return false;
+        found.at[found.count++] = {kNameFields + unit, static_cast<std::uint16_t>(k), static_cast<std::uint16_t>(n)};
+        k += n + 1;
+        if (after == ',') continue;
+        if (after != segmentEnd) return false;
+        // The next segment must hold the attributes; the lone '/' before
+        // them ends the positional part.
+        std::size_t q = k;
+        while (text[q] != nameValue && text[q] != segmentEnd && text[q] != '\0') ++q;
+        if (text[q] != nameValue) return false;
+        part.loneSlash = true;
+        break;
     }
+    part.attributes = k;
     found.complete = true;
     noted = found;
     return true;

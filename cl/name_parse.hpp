@@ -8,17 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace cl {
+#include "fresh_text.hpp"
 
-// The first c among the n bytes at text, or null. A byte at a time: the
-// texts searched here are short and were written a byte at a time just
-// before, and a wide read of bytes still being stored waits for them.
-template <class C>
-C *first_of(C *text, std::size_t n, char c) {
-    for (std::size_t i = 0; i < n; ++i)
-        if (text[i] == c) return text + i;
-    return nullptr;
-}
+namespace cl {
 
 // Where the non-empty fields of a parser's packed result lie, noted as the
 // parser writes them: field at[k].field is the `length` bytes from `begin`.
@@ -43,16 +35,24 @@ struct ParsedFields {
 std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
                                 ParsedFields *noted = nullptr);
 
-// The positional part of a full name, text[0..length), in its plainest
-// form, the one most names are typed in: a surname, optionally followed by
-// '/' and one to four units joined by ',', and then perhaps by a lone '/';
-// every word non-empty, within its bound and of bytes the scan keeps as
-// they are. The full-name parser reads such a text without an escape, and
-// its fields are the words themselves: then they are noted, as offsets into
-// text, and true returned; *loneSlash tells whether the text ends in the
-// lone '/' that the parser reads as an empty standard attribute. Otherwise
-// false, and nothing is noted.
-bool read_plain_positional(const char *text, std::size_t length, ParsedFields &noted, bool &loneSlash);
+// Where read_plain_positional found the attributes of a conversion's text.
+struct PlainPositional {
+    std::size_t attributes;  // where the segment holding the first name-value byte starts
+    bool loneSlash;          // the positional part ends in a lone '/'
+};
+
+// A conversion's text, whose segments end at segmentEnd, with a positional
+// part in its plainest form, the one most names are typed in: a surname,
+// then optionally one to four units joined by ',' and the lone '/' that the
+// full-name parser reads as an empty standard attribute; every word
+// non-empty, within its bound and of bytes that the scan keeps as they are;
+// the attributes after it, in the first segment that holds nameValue. Such
+// a positional part is read without an escape, and its fields are the words
+// themselves: they are noted, as offsets into text, where the attributes
+// start is put in part, and true returned. Otherwise false, and nothing is
+// noted.
+bool read_plain_positional(const char *text, char segmentEnd, char nameValue, ParsedFields &noted,
+                           PlainPositional &part);
 
 // cl_ParseFullOrn2 of text[0..length) (terminated there). With `scratch`,
 // the caller will not read the text again, so the name part is parsed in

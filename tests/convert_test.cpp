@@ -317,12 +317,13 @@ TEST(ConvCltoORN, PlainPositionalPartsReadAsTheParserReadsThem) {
                                     "John Smith", "J.Smith", ""};
     const std::string units[] = {"", "/", "/Sales", "/Sales/", "/Sales,London,Europe,Asia/", "/a,b,c,d,e/",
                                  "/Sales,/", "/,Sales/", "/" + std::string(32, 'u') + "/", "/" + std::string(33, 'u'),
-                                 "/Sales//", "/Sales/Acme/", "/Sa les/", "/Sales,/", "/Sa(les/", "/Sales(x)"};
+                                 "/Sales//", "/Sales/Acme/", "/Sa les/", "/Sales,/", "/Sa(les/", "/Sales(x)", "/Sales,",
+                                 "/Sales,London,"};
     const int saved = er_SubSystemLoggingLevel;
     int taken = 0, refused = 0;
     for (const std::string &surname : surnames)
         for (const std::string &unit : units)
-            for (const char *attributes : {"organization=Acme", "surname=Jones", ""})
+            for (const char *attributes : {"organization=Acme", "surname=Jones", "ou2=Dev", "o.x=1", ""})
                 for (int flags : {0, int{kArray}}) {
                     const std::string typed = surname + unit + attributes;
                     er_SubSystemLoggingLevel = 0;
