@@ -26,7 +26,6 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     fmt::Text &result = g_result;
     fmt::Text &work = g_work;
     result.begin();
-    work.begin();
     fmt::LocalTable local;
     char **table = fmt::unpack(tf, kFieldCount, local);
 
@@ -35,6 +34,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     if (!*group2 && group1.plain && result.fits(static_cast<std::size_t>(group1.size)) && fmt::ascii_as_is(cs)) {
         result.append(group1.text, static_cast<std::size_t>(group1.size));  // UTF-8 appends plain ASCII as it is
     } else {
+        work.begin();  // needed only here
         work.append(group1.text, static_cast<std::size_t>(group1.size));
         work.join(group2);
         result.append(work.data(), static_cast<std::size_t>(work.size()), cs);

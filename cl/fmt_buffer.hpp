@@ -28,6 +28,15 @@
 
 namespace cl::fmt {
 
+// Result buffers of about 4 KiB allocated one after another start at the
+// same offset in their pages, and the data cache's sets repeat every 4 KiB:
+// their first bytes, all that a short name uses, would compete for the same
+// few lines. So each buffer's text starts one line further into its
+// allocation than the one before it did, across kStaggerLines lines.
+constexpr std::size_t kCacheLine = 64;
+constexpr std::size_t kStaggerLines = 16;
+inline std::size_t g_buffers_allocated = 0;
+
 // A formatter's result buffer: allocated with os_malloc on the first call,
 // never freed, emptied at the start of every call. It holds capacity - 1
 // characters and the terminator. An append that does not fit is cut at the
@@ -42,7 +51,10 @@ public:
     constexpr explicit Text(int capacity) noexcept : capacity_(capacity) {}
 
     char *begin() {
-        if (!data_) data_ = static_cast<char *>(os_malloc(static_cast<std::size_t>(capacity_)));
+        if (!data_) {
+            const std::size_t stagger = kCacheLine * (g_buffers_allocated++ % kStaggerLines);
+            data_ = static_cast<char *>(os_malloc(static_cast<std::size_t>(capacity_) + stagger)) + stagger;
+        }
         length_ = 0;
         full_ = false;
         data_[0] = '\0';
