@@ -225,7 +225,7 @@ struct EntryCopy {
 EntryCopy g_entry;
 
 char *copy_entry(const char *entry) {
-    const std::size_t n = fresh_length(entry) + 1;
+    const std::size_t n = std::strlen(entry) + 1;
     if (n > g_entry.size) {
         os_free(g_entry.text);
         g_entry = EntryCopy{};
@@ -294,7 +294,7 @@ void fill_from_attributes(char *attrs, const char *positionalTF, const ParsedFie
             char *value = nullptr;
             int len = 0;
             while (da_GetAttrib(entry, &cursor, 0, &name, &value, &len)) {
-                int field = da_AttIdToORNIndex(name, static_cast<int>(fresh_length(name)));
+                int field = da_AttIdToORNIndex(name, static_cast<int>(std::strlen(name)));
                 store_attribute(fields, field, value, len, allowMarker);
             }
         },

@@ -76,9 +76,8 @@ struct NameFields {
         slots[field] = piece;
         set[field / kGroupSize] |= UINT32_C(1) << (field % kGroupSize);
     }
-    // A terminated text as the field's value: a value just cut in place or
-    // just converted.
-    void set_text(int field, const char *text) { put(field, Piece{text, fresh_length(text)}); }
+    // A terminated text as the field's value.
+    void set_text(int field, const char *text) { put(field, Piece{text, std::strlen(text)}); }
     void set_copy(int field, const char *text) {
         char *copy = os_strdup(text);
         owned[ownedCount++] = copy;

@@ -8,9 +8,17 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "fresh_text.hpp"
-
 namespace cl {
+
+// The first c among the n bytes at text, or null. A byte at a time: the
+// texts searched here are short and were written a byte at a time just
+// before, and a wide read of bytes still being stored waits for them.
+template <class C>
+C *first_of(C *text, std::size_t n, char c) {
+    for (std::size_t i = 0; i < n; ++i)
+        if (text[i] == c) return text + i;
+    return nullptr;
+}
 
 // Where the non-empty fields of a parser's packed result lie, noted as the
 // parser writes them: field at[k].field is the `length` bytes from `begin`.
