@@ -30,7 +30,12 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
     char **table = fmt::unpack(tf, kFieldCount, local);
 
     const fmt::Written group1 = fmt::traced_group1(table, mailNodeOnly);
-    const char *group2 = fmt::entries(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME, ORN_LAST_GROUP2);
+    // Most names have no field past group 1. Then each range call below
+    // would only empty its buffer, so each buffer is emptied once instead.
+    const bool beyond = !fmt::only_group1(table);
+    const char *group2 = beyond ? fmt::entries(table, mailNodeOnly ? ORN_COMMON_NAME + 1 : ORN_COMMON_NAME,
+                                               ORN_LAST_GROUP2)
+                                : fmt::empty_entries();
     if (!*group2 && group1.plain && result.fits(static_cast<std::size_t>(group1.size)) && fmt::ascii_as_is(cs)) {
         result.append(group1.text, static_cast<std::size_t>(group1.size));  // UTF-8 appends plain ASCII as it is
     } else {
@@ -40,7 +45,9 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
         result.append(work.data(), static_cast<std::size_t>(work.size()), cs);
     }
 
-    if (withExtended && cs) {
+    if (!beyond) {
+        if ((withExtended && cs) || withIA) fmt::empty_converted();
+    } else if (withExtended && cs) {
         // The mail-node form leaves out the counterparts of fields 0 to 3 and 32.
         if (mailNodeOnly) {
             append_converted(result, table, cs, 68, 95);
@@ -53,7 +60,7 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
         result.join(fmt::entries(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME), cs);
         if (*table[ORN_CV]) result.join(fmt::special_entry(g_special, "410", table[ORN_CV]), cs);
     }
-    if (withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);
+    if (beyond && withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);
 
     fmt::release(table, local);
     return result.data();

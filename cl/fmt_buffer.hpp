@@ -326,6 +326,10 @@ inline bool none_mapped(char *const *table, int first, int last) {
     return true;
 }
 
+// True when nothing traces and table is the shared entries with no field
+// past group 1 (from field 32 on); false says nothing.
+inline bool only_group1(char *const *table) { return shortcut_allowed() && none_mapped(table, ORN_COMMON_NAME, kLastField); }
+
 // The buffers of cl_FrmtGroup2PP and cl_FrmtGroup345PP, emptied: all that
 // those calls do for a range without a field.
 char *empty_entries();
