@@ -309,7 +309,9 @@ void pack_and_record(const NameFields &fields, char *out) {
         return;
     }
     start_record();
-    finish_record(out, pack(fields, out, note_field));
+    finish_record(out, pack(fields, out, [](int n, std::size_t offset, std::size_t length) {
+                      note_field(n, offset, length);
+                  }));
 }
 
 void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset, int arrayResult,

@@ -4,13 +4,7 @@
 #include <cstring>
 
 namespace cl {
-namespace {
-
-// One record: the library runs on one thread, and only the conversion's
-// latest result is worth holding.
-LastPacked g_last;
-
-}  // namespace
+LastPacked g_record;
 
 // Walked by the packed form's rules, as the formatters' own table is.
 void remember_packed(const char *tf, std::size_t length) {
@@ -22,24 +16,15 @@ void remember_packed(const char *tf, std::size_t length) {
 }
 
 void start_record() {
-    LastPacked &last = g_last;
+    LastPacked &last = g_record;
     last.length = -1;
     std::memset(last.maps, 0, sizeof last.maps);
-}
-
-// Offsets beyond the text's bound are never read: finish_record keeps no
-// longer text.
-void note_field(int n, std::size_t offset, std::size_t length) {
-    LastPacked &last = g_last;
-    last.begin[n] = static_cast<std::uint16_t>(offset);
-    last.end[n] = static_cast<std::uint16_t>(offset + length);
-    last.maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
 }
 
 // The block's fields end as the formatters' own table ends them: at their
 // separator, and a final line feed dropped.
 void finish_record(const char *tf, std::size_t length) {
-    LastPacked &last = g_last;
+    LastPacked &last = g_record;
     if (length > static_cast<std::size_t>(LastPacked::kTextMax)) return;
     std::memcpy(last.text, tf, length + 1);
     std::memcpy(last.block, tf, length + 1);
@@ -52,7 +37,7 @@ void finish_record(const char *tf, std::size_t length) {
 }
 
 LastPacked *last_packed_for(const char *tf) {
-    LastPacked &last = g_last;
+    LastPacked &last = g_record;
     if (last.length < 0 || std::strcmp(tf, last.text) != 0) return nullptr;
     return &last;
 }

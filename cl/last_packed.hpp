@@ -44,8 +44,21 @@ void remember_packed(const char *tf, std::size_t length);
 // for every non-empty field as it is written, then finish_record() with the
 // complete text.
 void start_record();
-void note_field(int n, std::size_t offset, std::size_t length);
 void finish_record(const char *tf, std::size_t length);
+
+// The one record: the library runs on one thread, and only the
+// conversion's latest result is worth holding. Written only through the
+// functions above.
+extern LastPacked g_record;
+
+// Offsets beyond the text's bound are never read: finish_record keeps no
+// longer text. Inline: packing calls it for every field it writes.
+inline void note_field(int n, std::size_t offset, std::size_t length) {
+    LastPacked &last = g_record;
+    last.begin[n] = static_cast<std::uint16_t>(offset);
+    last.end[n] = static_cast<std::uint16_t>(offset + length);
+    last.maps[n / kGroupSize] |= UINT32_C(1) << (n % kGroupSize);
+}
 
 // The record when tf holds exactly the remembered bytes; null otherwise.
 // Its readers only read it (the formatters' tables point into its block).
