@@ -195,7 +195,7 @@ void parse_positional(char *pos, std::size_t n, char *packed, int allowMarker, i
 // record is left all the same. Returns where the attributes start, or 0.
 std::size_t plain_fields(const char *t, ParsedFields &noted) {
     PlainPositional part;
-    if (!shortcut_allowed() || !read_plain_positional(t, kSegmentEnd, kNameValue, noted, part)) return 0;
+    if (!shortcut_allowed() || !read_plain_positional(t, noted, part)) return 0;
     if (part.loneSlash) Trace(kTrace17, "cl_ParseExternalAttribs2").exit();
     return part.attributes;
 }

@@ -411,43 +411,68 @@ constexpr std::array<bool, 256> make_plain() {
 }
 constexpr std::array<bool, 256> kPlainByte = make_plain();
 
-// The length of the plain word at text.
-std::size_t plain_word(const char *text) {
+// The conversion's transformed text ends a segment, an unescaped '/', with
+// ORN_ENTRY_SEP, and separates an attribute's name from its value, an
+// unescaped '=', with ORN_VALUE_SEP.
+constexpr char kSegmentEnd = ORN_ENTRY_SEP;
+constexpr char kNameValue = ORN_VALUE_SEP;
+
+// The bytes of a segment up to its name-value byte: all but that, the
+// segment's end and the terminator.
+constexpr std::array<bool, 256> make_name_bytes() {
+    std::array<bool, 256> name{};
+    for (int c = 1; c < 256; ++c) name[c] = c != static_cast<unsigned char>(kSegmentEnd) && c != static_cast<unsigned char>(kNameValue);
+    return name;
+}
+constexpr std::array<bool, 256> kNameByte = make_name_bytes();
+
+// The length of the run at text of bytes that `in` holds; the terminator
+// is in none of them.
+std::size_t run_of(const std::array<bool, 256> &in, const char *text) {
     std::size_t n = 0;
-    while (kPlainByte[static_cast<unsigned char>(text[n])]) ++n;  // the terminator is not plain
+    while (in[static_cast<unsigned char>(text[n])]) ++n;
     return n;
 }
 
-}  // namespace
+// Notes field `field` as the n bytes at offset k.
+void note(ParsedFields &noted, int field, std::size_t k, std::size_t n) {
+    noted.at[noted.count++] = {field, static_cast<std::uint16_t>(k), static_cast<std::uint16_t>(n)};
+}
 
-bool read_plain_positional(const char *text, char segmentEnd, char nameValue, ParsedFields &noted,
-                           PlainPositional &part) {
-    ParsedFields found;
-    const std::size_t surname = plain_word(text);
-    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax) || text[surname] != segmentEnd) return false;
-    found.at[found.count++] = {0, 0, static_cast<std::uint16_t>(surname)};
+bool read_plain(const char *text, ParsedFields &noted, PlainPositional &part) {
+    const std::size_t surname = run_of(kPlainByte, text);
+    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax) || text[surname] != kSegmentEnd) return false;
+    note(noted, 0, 0, surname);
     std::size_t k = surname + 1;
     part.loneSlash = false;
     for (int unit = 0;; ++unit) {  // the second segment: units, or the attributes
-        const std::size_t n = plain_word(text + k);
+        const std::size_t n = run_of(kPlainByte, text + k);
         const char after = text[k + n];
-        if (unit == 0 && after == nameValue) break;  // 'Smith/name=value'
+        if (unit == 0 && after == kNameValue) break;  // 'Smith/name=value'
         if (n == 0 || n > static_cast<std::size_t>(kUnitMax) || unit == kUnits) return false;
-        found.at[found.count++] = {kNameFields + unit, static_cast<std::uint16_t>(k), static_cast<std::uint16_t>(n)};
+        note(noted, kNameFields + unit, k, n);
         k += n + 1;
         if (after == ',') continue;
-        if (after != segmentEnd) return false;
+        if (after != kSegmentEnd) return false;
         // The next segment must hold the attributes; the lone '/' before
         // them ends the positional part.
-        std::size_t q = k;
-        while (text[q] != nameValue && text[q] != segmentEnd && text[q] != '\0') ++q;
-        if (text[q] != nameValue) return false;
+        if (text[k + run_of(kNameByte, text + k)] != kNameValue) return false;
         part.loneSlash = true;
         break;
     }
     part.attributes = k;
-    found.complete = true;
-    noted = found;
+    return true;
+}
+
+}  // namespace
+
+bool read_plain_positional(const char *text, ParsedFields &noted, PlainPositional &part) {
+    noted.count = 0;
+    if (!read_plain(text, noted, part)) {
+        noted.count = 0;
+        return false;
+    }
+    noted.complete = true;
     return true;
 }
 

@@ -49,18 +49,18 @@ struct PlainPositional {
     bool loneSlash;          // the positional part ends in a lone '/'
 };
 
-// A conversion's text, whose segments end at segmentEnd, with a positional
+// A conversion's transformed text (segments ended by ORN_ENTRY_SEP, an
+// attribute's name and value separated by ORN_VALUE_SEP) with a positional
 // part in its plainest form, the one most names are typed in: a surname,
 // then optionally one to four units joined by ',' and the lone '/' that the
 // full-name parser reads as an empty standard attribute; every word
 // non-empty, within its bound and of bytes that the scan keeps as they are;
-// the attributes after it, in the first segment that holds nameValue. Such
-// a positional part is read without an escape, and its fields are the words
-// themselves: they are noted, as offsets into text, where the attributes
-// start is put in part, and true returned. Otherwise false, and nothing is
-// noted.
-bool read_plain_positional(const char *text, char segmentEnd, char nameValue, ParsedFields &noted,
-                           PlainPositional &part);
+// the attributes after it, in the first segment that holds ORN_VALUE_SEP.
+// Such a positional part is read without an escape, and its fields are the
+// words themselves: they are noted, as offsets into text, where the
+// attributes start is put in part, and true returned. Otherwise false, and
+// nothing is noted.
+bool read_plain_positional(const char *text, ParsedFields &noted, PlainPositional &part);
 
 // cl_ParseFullOrn2 of text[0..length) (terminated there). With `scratch`,
 // the caller will not read the text again, so the name part is parsed in
