@@ -87,6 +87,8 @@ struct Bounded {
         }
     }
     void personal_name() { out.append(cl_FrmtGroup1PNPP(table)); }
+    // Every separator is appended, since one that meets the bound fills the text.
+    static bool more(int) { return true; }
     int size() const { return out.size(); }
     void cut(int length) { out.cut(length); }
 };
@@ -109,6 +111,9 @@ struct Whole {
         }
     }
     void personal_name();
+    // Whether a standard attribute from i on is present: the separators
+    // after the last one would only be cut again.
+    bool more(int i) const { return any_present(i, kLastStandard); }
     int size() const { return out.size(); }
     void cut(int length) { out.cut(length); }
 };
@@ -160,7 +165,7 @@ void write_group1(Out &out, bool mailNodeOnly) {
     }
     out.append('/');
 
-    for (int i = kFirstStandard; i <= kLastStandard; ++i) {
+    for (int i = kFirstStandard; i <= kLastStandard && out.more(i); ++i) {
         if (out.present(i)) {
             out.mapped(table[i]);
             end = out.size();

@@ -132,9 +132,9 @@ char **known_entries(LastPacked &known, int fieldCount, LocalTable &local) {
     SharedEntries &shared = g_shared;
     char **entries = shared.entries;
     for (int w = 0; w <= kFieldCount / kGroupSize; ++w) {
-        const std::uint32_t now = known.maps[w] & below(fieldCount, w);
         const std::uint32_t before = shared.filled[w];
-        if (!(now | before)) continue;  // most words of a name
+        if (!(known.maps[w] | before)) continue;  // most words of a name
+        const std::uint32_t now = known.maps[w] & below(fieldCount, w);
         for (std::uint32_t gone = before & ~now; gone; gone &= gone - 1)
             clear_entry(shared, w * kGroupSize + __builtin_ctz(gone));
         for (std::uint32_t word = now; word; word &= word - 1) {
