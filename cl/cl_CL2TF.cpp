@@ -314,34 +314,49 @@ void pack_and_record(const NameFields &fields, char *out) {
                   }));
 }
 
+// The positional part as the general reading takes it: split off into pos,
+// then parsed into packed text. Static, as one conversion runs at a time:
+// 12 KiB in the converting frame would set the frames it calls three pages
+// below it, where their first lines would compete with the caller's for
+// the same lines of the data cache.
+struct PositionalWork {
+    char pos[kPositionalMax + 1];
+    char packed[kPackedSize];
+};
+PositionalWork g_positional;
+
+// The result of a text without attributes: its positional part's packed
+// text, or the field array made from it.
+void *positional_only(const char *packed, char *out, int arrayResult) {
+    if (!arrayResult) {
+        const std::size_t n = std::strlen(packed);
+        std::memcpy(out, packed, n + 1);
+        remember_packed(out, n);
+        return out;
+    }
+    char **array = nullptr;
+    cl_UnPackToLargeArray(packed, &array);
+    return array;
+}
+
 void *main_conv(char *text, char *out, int tagMapping, int allowMarker, ccs_Descriptor *charset, int arrayResult,
                 int mailNodeForm) {
     substitute_escaped_delimiters(text);
     char *t = transform(text, allowMarker, charset);
-    char packed[kPackedSize];
-    packed[0] = '\0';
-    const char *positional = packed;  // the text the notes point into
     ParsedFields noted;
     noted.complete = true;  // an empty positional text has no fields
     // A plain positional part's fields stay where they lie in t: the
     // transformation's result holds until its next call, which comes with
     // the next conversion, after these fields are packed.
     std::size_t i = mailNodeForm ? 0 : plain_fields(t, noted);
-    char pos[kPositionalMax + 1];
-    if (i != 0) {
-        positional = t;
-    } else if ((i = split_positional(t, pos)) != 0) {
-        parse_positional(pos, i, packed, allowMarker, mailNodeForm, noted);
-        if (t[i] == '\0') {
-            if (!arrayResult) {
-                const std::size_t n = std::strlen(packed);
-                std::memcpy(out, packed, n + 1);
-                remember_packed(out, n);
-                return out;
-            }
-            char **array = nullptr;
-            cl_UnPackToLargeArray(packed, &array);
-            return array;
+    const char *positional = t;  // the text the notes point into
+    if (i == 0) {
+        char *const packed = g_positional.packed;
+        packed[0] = '\0';
+        positional = packed;
+        if ((i = split_positional(t, g_positional.pos)) != 0) {
+            parse_positional(g_positional.pos, i, packed, allowMarker, mailNodeForm, noted);
+            if (t[i] == '\0') return positional_only(packed, out, arrayResult);
         }
     }
     NameFields fields;

@@ -88,6 +88,9 @@ void clear_entry(SharedEntries &shared, int n) {
     shared.length[n] = 0;
 }
 
+// The block of the formatters' one table: a copy of the packed text.
+char g_block[LocalTable::kTextMax + 1];
+
 // Points the entries the last fill set back at the empty text.
 char **reset_shared(SharedEntries &shared) {
     each_mapped_field(shared.filled, [&shared](int n) { clear_entry(shared, n); });
@@ -110,8 +113,8 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
     if (length < 0 || length > LocalTable::kTextMax || fieldCount < 0 || fieldCount > kFieldCount) return nullptr;
     SharedEntries &shared = g_shared;
     char **entries = reset_shared(shared);
-    std::memcpy(local.block, tf, static_cast<std::size_t>(length) + 1);
-    walk_fields(local.block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
+    std::memcpy(g_block, tf, static_cast<std::size_t>(length) + 1);
+    walk_fields(g_block, [&shared, entries, fieldCount](int n, char *begin, char *end) {
         if (n >= fieldCount) return;
         *end = '\0';
         if (end[-1] == '\n') *--end = '\0';

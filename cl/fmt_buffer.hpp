@@ -226,31 +226,33 @@ inline char *bounded_copy(char *work, int size, const char *s) {
     return str_strncat(work, s, size - 1, 0);
 }
 
-// An unpacked field table: a copy of a packed text of up to kTextMax bytes,
-// kept in the formatter's own frame, in which the fields are terminated in
-// place, and entries pointing into it. Every empty field, and the
-// terminating entry, points at one shared empty text; the formatters only
-// read the table. Trivially destructible, so an escape may cross it.
+// An unpacked field table: entries pointing into a copy of a packed text of
+// up to kTextMax bytes, in which the fields are terminated in place, or
+// into the conversion's record. Every empty field, and the terminating
+// entry, points at one shared empty text; the formatters only read the
+// table. Trivially destructible, so an escape may cross it.
 //
-// The entries are the library's one table of entries (the formatters keep
-// one table at a time, like their result buffers): every entry points at
-// the shared empty text except those of the fields the last fill found,
-// which the next fill points back at it first. So a fill writes the
-// entries of the name's fields alone, not all 162, and a fill left by an
-// escape is undone by the next one as well.
+// The entries are the library's one table of entries, and the copy its one
+// block (the formatters keep one table at a time, like their result
+// buffers): every entry points at the shared empty text except those of
+// the fields the last fill found, which the next fill points back at it
+// first. So a fill writes the entries of the name's fields alone, not all
+// 162, and a fill left by an escape is undone by the next one as well. The
+// block is not in the formatter's frame: 4 KiB there would set the frames
+// it calls a page below the caller's, where their first lines would
+// compete for the same lines of the data cache.
 struct LocalTable {
     static constexpr int kTextMax = 4096;
     char **entries;
-    char block[kTextMax + 1];
 };
 
-// The empty text that the empty fields of a LocalTable point at.
+// The empty text that the empty fields of a table point at.
 extern char *const kSharedEmpty;
 
 // The entries every LocalTable uses, and which of them the last fill set
 // (bit k of word w for field 32w + k); the others point at kSharedEmpty.
-// Their lengths are kept beside them (at most kTextMax: they lie in a
-// LocalTable's block or the conversion's record), so that the formatters
+// Their lengths are kept beside them (at most kTextMax: they lie in the
+// table's block or the conversion's record), so that the formatters
 // measure no field of these tables.
 struct SharedEntries {
     char *entries[kFieldCount + 1];
