@@ -245,23 +245,30 @@ void check_name_part(std::size_t n) {
     if (n > static_cast<std::size_t>(kNamePartMax)) CL_RAISE(kGroup, kNamePartTooLong);
 }
 
-// The name part text[0..n), in part (kNamePartMax + 1 bytes), or in place
-// when the text is the caller's scratch: terminated there for the parse,
-// then given its byte back.
-char *parse_name_part(char *text, std::size_t n, bool scratch, char *result, bool allow_marker, ParsedFields *noted) {
-    check_name_part(n);
-    bool mail_node = false;
-    if (scratch) {
-        const char kept = text[n];
-        text[n] = '\0';
-        const std::size_t length = parse_name_and_node(text, n, result, allow_marker, &mail_node, noted);
-        text[n] = kept;
-        return result + length;
-    }
+// The name part text[0..n) parsed in a copy of its own (kNamePartMax + 1
+// bytes). A frame of its own, so that the parse in place (below) does not
+// run a page below its caller.
+__attribute__((noinline)) char *parse_name_part_copy(const char *text, std::size_t n, char *result,
+                                                     bool allow_marker, ParsedFields *noted) {
     char part[kNamePartMax + 1];  // bounded by check_name_part
     std::memcpy(part, text, n);
     part[n] = '\0';
+    bool mail_node = false;
     return result + parse_name_and_node(part, n, result, allow_marker, &mail_node, noted);
+}
+
+// The name part text[0..n), in a copy, or in place when the text is the
+// caller's scratch: terminated there for the parse, then given its byte
+// back.
+char *parse_name_part(char *text, std::size_t n, bool scratch, char *result, bool allow_marker, ParsedFields *noted) {
+    check_name_part(n);
+    if (!scratch) return parse_name_part_copy(text, n, result, allow_marker, noted);
+    bool mail_node = false;
+    const char kept = text[n];
+    text[n] = '\0';
+    const std::size_t length = parse_name_and_node(text, n, result, allow_marker, &mail_node, noted);
+    text[n] = kept;
+    return result + length;
 }
 
 }  // namespace
