@@ -440,10 +440,21 @@ void note(ParsedFields &noted, int field, std::size_t k, std::size_t n) {
 }
 
 bool read_plain(const char *text, ParsedFields &noted, PlainPositional &part) {
-    const std::size_t surname = run_of(kPlainByte, text);
-    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax) || text[surname] != kSegmentEnd) return false;
-    note(noted, 0, 0, surname);
-    std::size_t k = surname + 1;
+    // The personal name: a surname, or a given name, one space and a surname.
+    std::size_t at = 0;
+    std::size_t surname = run_of(kPlainByte, text);
+    std::size_t given = 0;
+    if (surname > 0 && text[surname] == ' ') {
+        given = surname;
+        at = given + 1;
+        surname = run_of(kPlainByte, text + at);
+        if (given > static_cast<std::size_t>(kGivenNameMax)) return false;
+    }
+    if (surname == 0 || surname > static_cast<std::size_t>(kSurnameMax) || text[at + surname] != kSegmentEnd)
+        return false;
+    note(noted, 0, at, surname);
+    if (given > 0) note(noted, 1, 0, given);
+    std::size_t k = at + surname + 1;
     part.loneSlash = false;
     for (int unit = 0;; ++unit) {  // the second segment: units, or the attributes
         const std::size_t n = run_of(kPlainByte, text + k);

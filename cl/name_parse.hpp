@@ -52,8 +52,9 @@ struct PlainPositional {
 // A conversion's transformed text (segments ended by ORN_ENTRY_SEP, an
 // attribute's name and value separated by ORN_VALUE_SEP) with a positional
 // part in its plainest form, the one most names are typed in: a surname,
-// then optionally one to four units joined by ',' and the lone '/' that the
-// full-name parser reads as an empty standard attribute; every word
+// or a given name, one space and a surname; then optionally one to four
+// units joined by ',' and the lone '/' that the full-name parser reads as
+// an empty standard attribute; every word
 // non-empty, within its bound and of bytes that the scan keeps as they are;
 // the attributes after it, in the first segment that holds ORN_VALUE_SEP.
 // Such a positional part is read without an escape, and its fields are the

@@ -314,7 +314,9 @@ TEST(MailNode, PackedFieldsOrResult) {
 // part or without.
 TEST(ConvCltoORN, PlainPositionalPartsReadAsTheParserReadsThem) {
     const std::string surnames[] = {"Smith", std::string(40, 'S'), std::string(41, 'S'), "O'Neil-2", "Sm(th)",
-                                    "John Smith", "J.Smith", ""};
+                                    "John Smith", "J.Smith", "", "J Smith", std::string(16, 'G') + " Smith",
+                                    std::string(17, 'G') + " Smith", "John " + std::string(41, 'S'), "John  Smith",
+                                    " Smith", "John Smith ", "John Q Smith", "John Sm(th"};
     const std::string units[] = {"", "/", "/Sales", "/Sales/", "/Sales,London,Europe,Asia/", "/a,b,c,d,e/",
                                  "/Sales,/", "/,Sales/", "/" + std::string(32, 'u') + "/", "/" + std::string(33, 'u'),
                                  "/Sales//", "/Sales/Acme/", "/Sa les/", "/Sales,/", "/Sa(les/", "/Sales(x)", "/Sales,",
