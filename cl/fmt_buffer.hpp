@@ -349,9 +349,10 @@ inline const char *converted(char **table, ccs_Descriptor *cs, int first, int la
     return cl_FrmtGroup345PP(table, cs, first, last, needSeparator ? 1 : 0);
 }
 
-// Fills local with the first fieldCount fields of tf (length bytes), read
-// by the packed form's rules, and returns its entries; null when tf is
-// longer than the block holds. Each entry reads as the text that
+// Fills the formatters' table (its block and entries, noted in local) with
+// the first fieldCount fields of tf (length bytes), read by the packed
+// form's rules, and returns its entries; null when tf is longer than the
+// block holds. Each entry reads as the text that
 // cl_UnpackFullORN gives the field.
 char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &local);
 
@@ -360,8 +361,8 @@ char **unpack_local(const char *tf, int length, int fieldCount, LocalTable &loca
 char **known_entries(LastPacked &known, int fieldCount, LocalTable &local);
 
 // Parses packed text (the name library checks it) and unpacks its first
-// fieldCount fields: into local, unless cl_UnpackFullORN would trace or the
-// text does not fit there, then into a new table. Hand the result to
+// fieldCount fields: into the formatters' table, unless cl_UnpackFullORN
+// would trace or the text does not fit there, then into a new table. Hand the result to
 // release(). The text the conversion has just made needs neither: its
 // record holds the walk already.
 inline char **unpack(const char *tf, int fieldCount, LocalTable &local) {
