@@ -82,9 +82,7 @@ void cl_ConvertSpecialChar(char *s) {
 namespace cl {
 namespace {
 
-// Bytes of the transformed text.
-constexpr char kSegmentEnd = ORN_ENTRY_SEP;     // an unescaped '/': the entry separator's byte
-constexpr char kNameValue = ORN_VALUE_SEP;      // an unescaped '=': the value separator's byte
+// Bytes of the transformed text besides kSegmentEnd and kNameValue.
 constexpr char kRepeatedDelimiter = '\x05';   // ',' when positional, 0x1D in attributes
 constexpr char kEscape = '\\';
 

@@ -47,20 +47,22 @@ char *full_name(const char *tf, ccs_Descriptor *cs, bool mailNodeOnly, bool with
 
     if (!beyond) {
         if ((withExtended && cs) || withIA) fmt::empty_converted();
-    } else if (withExtended && cs) {
-        // The mail-node form leaves out the counterparts of fields 0 to 3 and 32.
-        if (mailNodeOnly) {
-            append_converted(result, table, cs, 68, 95);
-            append_converted(result, table, cs, 97, 127);
-        } else {
-            append_converted(result, table, cs, 64, 127);
+    } else {
+        if (withExtended && cs) {
+            // The mail-node form leaves out the counterparts of fields 0 to 3 and 32.
+            if (mailNodeOnly) {
+                append_converted(result, table, cs, 68, 95);
+                append_converted(result, table, cs, 97, 127);
+            } else {
+                append_converted(result, table, cs, 64, 127);
+            }
+            result.append(fmt::converted(table, cs, ORN_DISPLAY_NAME, ORN_DISPLAY_NAME, true), cs);
+            // Field 128 is written above, converted; only 129 is left for the plain entries.
+            result.join(fmt::entries(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME), cs);
+            if (*table[ORN_CV]) result.join(fmt::special_entry(g_special, "410", table[ORN_CV]), cs);
         }
-        result.append(fmt::converted(table, cs, ORN_DISPLAY_NAME, ORN_DISPLAY_NAME, true), cs);
-        // Field 128 is written above, converted; only 129 is left for the plain entries.
-        result.join(fmt::entries(table, ORN_ALTERNATE_NAME, ORN_ALTERNATE_NAME), cs);
-        if (*table[ORN_CV]) result.join(fmt::special_entry(g_special, "410", table[ORN_CV]), cs);
+        if (withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);
     }
-    if (beyond && withIA) append_converted(result, table, cs, ORN_IA, ORN_IA);
 
     fmt::release(table, local);
     return result.data();

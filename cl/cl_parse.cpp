@@ -411,12 +411,6 @@ constexpr std::array<bool, 256> make_plain() {
 }
 constexpr std::array<bool, 256> kPlainByte = make_plain();
 
-// The conversion's transformed text ends a segment, an unescaped '/', with
-// ORN_ENTRY_SEP, and separates an attribute's name from its value, an
-// unescaped '=', with ORN_VALUE_SEP.
-constexpr char kSegmentEnd = ORN_ENTRY_SEP;
-constexpr char kNameValue = ORN_VALUE_SEP;
-
 // The bytes of a segment up to its name-value byte: all but that, the
 // segment's end and the terminator.
 constexpr std::array<bool, 256> make_name_bytes() {

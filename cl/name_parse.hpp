@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "orn.h"
+
 namespace cl {
 
 // The first c among the n bytes at text, or null. A byte at a time: the
@@ -43,20 +45,26 @@ struct ParsedFields {
 std::size_t parse_name_and_node(char *text, std::size_t length, char *result, bool allowMarker, bool *mailNode,
                                 ParsedFields *noted = nullptr);
 
+// Bytes of the conversion's transformed text: an unescaped '/' ends a
+// segment as the entry separator, an unescaped '=' separates an
+// attribute's name from its value as the value separator.
+constexpr char kSegmentEnd = ORN_ENTRY_SEP;
+constexpr char kNameValue = ORN_VALUE_SEP;
+
 // Where read_plain_positional found the attributes of a conversion's text.
 struct PlainPositional {
     std::size_t attributes;  // where the segment holding the first name-value byte starts
     bool loneSlash;          // the positional part ends in a lone '/'
 };
 
-// A conversion's transformed text (segments ended by ORN_ENTRY_SEP, an
-// attribute's name and value separated by ORN_VALUE_SEP) with a positional
+// A conversion's transformed text (segments ended by kSegmentEnd, an
+// attribute's name and value separated by kNameValue) with a positional
 // part in its plainest form, the one most names are typed in: a surname,
 // or a given name, one space and a surname; then optionally one to four
 // units joined by ',' and the lone '/' that the full-name parser reads as
 // an empty standard attribute; every word
 // non-empty, within its bound and of bytes that the scan keeps as they are;
-// the attributes after it, in the first segment that holds ORN_VALUE_SEP.
+// the attributes after it, in the first segment that holds kNameValue.
 // Such a positional part is read without an escape, and its fields are the
 // words themselves: they are noted, as offsets into text, where the
 // attributes start is put in part, and true returned. Otherwise false, and
